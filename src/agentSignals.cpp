@@ -1,0 +1,104 @@
+#include "agentSignals.h"
+
+#include "sysLog.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include <pthread.h>
+
+namespace agentSignals {
+namespace {
+
+constexpr std::array terminationSignals{SIGTERM, SIGHUP, SIGINT};
+constexpr std::array otherSignals{SIGALRM, SIGUSR1, SIGCHLD};
+
+std::atomic<bool> endNoted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "handlers write it");
+
+sigset_t agentSet() noexcept {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : terminationSignals) {
+        sigaddset(&set, signal);
+    }
+    for (const int signal : otherSignals) {
+        sigaddset(&set, signal);
+    }
+    return set;
+}
+
+} // namespace
+
+void hold() noexcept {
+    const sigset_t set = agentSet();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+Hold::Hold() noexcept {
+    const sigset_t set = agentSet();
+    pthread_sigmask(SIG_BLOCK, &set, &before);
+}
+
+Hold::~Hold() {
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+sigset_t maskLettingIn(std::initializer_list<int> signals) noexcept {
+    sigset_t mask;
+    sigemptyset(&mask);
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    for (const int signal : signals) {
+        sigdelset(&mask, signal);
+    }
+    return mask;
+}
+
+void letIn(std::initializer_list<int> signals) noexcept {
+    const sigset_t mask = maskLettingIn(signals);
+    sigset_t before;
+    pthread_sigmask(SIG_SETMASK, &mask, &before);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+bool install(void (*handler)(int), std::initializer_list<int> signals) noexcept {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    for (const int signal : signals) {
+        if (sigaction(signal, &action, nullptr) != 0) {
+            const int code = errno;
+            sysLog(LOG_ERR, "unable to install signal handler, code %d (%s)", code,
+                   std::strerror(code));
+            return false;
+        }
+    }
+    return true;
+}
+
+void noteEnd() noexcept {
+    endNoted = true;
+}
+
+bool endTaken() noexcept {
+    return endNoted;
+}
+
+bool endRequested() noexcept {
+    if (endTaken()) {
+        return true;
+    }
+    sigset_t pending;
+    sigemptyset(&pending);
+    sigpending(&pending);
+    for (const int signal : terminationSignals) {
+        if (sigismember(&pending, signal) == 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace agentSignals

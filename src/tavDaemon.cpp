@@ -1,0 +1,218 @@
+// Process life: daemon with pid file and signals, or a second thread.
+
+#include "agentSignals.h"
+#include "fileDescriptor.h"
+#include "hostPaths.h"
+#include "sysLog.h"
+#include "tavServerInfo.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using tavIpmi::TavIpmiWatchdog;
+
+namespace {
+
+constexpr unsigned handshakeSeconds = 3;
+constexpr mode_t pidFileMode = 0644;
+constexpr const char* coreIdent = "TAVD";
+constexpr const char* workingDirectory = "/";
+constexpr const char* nullDevice = "/dev/null";
+
+[[noreturn]] void fail() {
+    std::exit(TavServerInfo::exit_failure);
+}
+
+void installOrFail(void (*handler)(int), std::initializer_list<int> signals) {
+    if (!agentSignals::install(handler, signals)) {
+        fail();
+    }
+}
+
+void enterNewSession() {
+    ::umask(0);
+    if (::setsid() == -1) {
+        const int code = errno;
+        sysLog(LOG_ERR, "unable to create a new session, code %d (%s)", code, std::strerror(code));
+        fail();
+    }
+    if (::chdir(workingDirectory) == -1) {
+        const int code = errno;
+        sysLog(LOG_ERR, "unable to change directory to %s, code %d (%s)", workingDirectory, code,
+               std::strerror(code));
+        fail();
+    }
+}
+
+void detachStandardStreams() {
+    if (std::freopen(nullDevice, "r", stdin) == nullptr) {
+        sysLog(LOG_ERR, "Cannot perform freopen on stdin.");
+    }
+    if (std::freopen(nullDevice, "w", stdout) == nullptr) {
+        sysLog(LOG_ERR, "Cannot perform freopen on stdout.");
+    }
+    if (std::freopen(nullDevice, "w", stderr) == nullptr) {
+        sysLog(LOG_ERR, "Cannot perform freopen on stderr.");
+    }
+}
+
+/// Writes the own process id. A file that could not be written whole is taken away again: it would
+/// keep the next daemon from starting.
+bool writePidFile(const char* path) {
+    FileDescriptor file(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, pidFileMode));
+    if (!file) {
+        return false;
+    }
+    const std::string text = std::to_string(::getpid()) + "\n";
+    const bool written =
+        ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (file.close() && written) {
+        return true;
+    }
+    ::unlink(path);
+    return false;
+}
+
+/// The termination handler has taken the own file away; one that is there now may belong to the
+/// next daemon.
+bool isOwnPidFile(const char* path) {
+    const FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+    std::array<char, 32> text{};
+    return file && ::read(file.get(), text.data(), text.size() - 1) > 0 &&
+           std::strtol(text.data(), nullptr, 10) == ::getpid();
+}
+
+} // namespace
+
+void TavServerInfo::open_syslog() {
+    openSysLog(coreIdent, LOG_PID | LOG_CONS, LOG_USER);
+}
+
+void TavServerInfo::start_main_action_daemon() {
+    const pid_t parent = ::getpid();
+    if (::getppid() == 1) {
+        fail(); // nobody is there to take part in the handshake
+    }
+    // Ignoring drops strays that are pending: only the child's answer and the time-out count.
+    installOrFail(SIG_IGN, {SIGCHLD, SIGUSR1, SIGALRM});
+    installOrFail(SIG_DFL, {SIGALRM});
+    installOrFail(child_handler, {SIGCHLD, SIGUSR1});
+    if (agentSignals::endRequested()) {
+        fail(); // stopped before it began
+    }
+    const pid_t child = ::fork();
+    if (child == -1) {
+        const int code = errno;
+        sysLog(LOG_ERR, "unable to fork daemon, code=%d (%s)", code, std::strerror(code));
+        fail();
+    }
+    if (child == 0) {
+        runDaemon(parent);
+    }
+    awaitDaemon(child);
+}
+
+/// Parent: ended by its handler when the child answers (SIGUSR1) or dies (SIGCHLD), and by the
+/// default action of SIGALRM when neither happens in time. A termination signal takes the child
+/// along, for its invoker is told that nothing was started.
+void TavServerInfo::awaitDaemon(pid_t child) noexcept {
+    free_data();
+    ::alarm(handshakeSeconds);
+    const sigset_t mask =
+        agentSignals::maskLettingIn({SIGUSR1, SIGCHLD, SIGALRM, SIGTERM, SIGHUP, SIGINT});
+    ::sigsuspend(&mask);
+    ::kill(child, SIGTERM);
+    fail();
+}
+
+void TavServerInfo::runDaemon(pid_t parent) {
+    installOrFail(SIG_DFL, {SIGCHLD});
+    installOrFail(SIG_IGN, {SIGTSTP, SIGTTOU, SIGTTIN});
+    installOrFail(signal_handler, {SIGALRM, SIGTERM, SIGHUP, SIGINT});
+    enterNewSession();
+    detachStandardStreams();
+    const char* const pidFile = hostPaths().pidFile.c_str();
+    if (!writePidFile(pidFile)) {
+        fail();
+    }
+    if (::getppid() == parent) { // a parent that is gone has left its number to another
+        ::kill(parent, SIGUSR1);
+    }
+    run = true;
+    this_TavServerInfo = this;
+    int result = 0;
+    TavServerInfo::main_action(result); // no derived object exists yet
+    if (!isOwnPidFile(pidFile) || ::unlink(pidFile) == -1) {
+        sysLog(LOG_ERR, "unable to remove file: %s", pidFile);
+    }
+    free_data();
+    std::exit(result == 0 ? exit_success : exit_failure);
+}
+
+void TavServerInfo::child_handler(int signum) {
+    if (signum == SIGUSR1) {
+        std::exit(exit_success);
+    }
+    if (signum == SIGALRM || signum == SIGCHLD) {
+        fail();
+    }
+}
+
+void TavServerInfo::signal_handler(int signum) {
+    const agentSignals::Hold hold;
+    if (signum == SIGALRM) {
+        sysLog(LOG_INFO, "Alarm signal received");
+        reset_watchdog(TavIpmiWatchdog::timer_use_sms_os, false);
+        return;
+    }
+    agentSignals::noteEnd();
+    sysLog(LOG_INFO, "Termination signal received");
+    if (this_TavServerInfo == nullptr) {
+        return;
+    }
+    this_TavServerInfo->run = false;
+    const char* const pidFile = hostPaths().pidFile.c_str();
+    if (this_TavServerInfo->run_mode == run_mode_daemon && ::unlink(pidFile) == -1) {
+        const int code = errno;
+        sysLog(LOG_ERR, "unable to remove file %s, code %d (%s)", pidFile, code,
+               std::strerror(code));
+    }
+}
+
+void TavServerInfo::start_main_action_thread() {
+    if (::pthread_equal(thread_id, ::pthread_self()) == 0) {
+        return;
+    }
+    pthread_t created{};
+    if (::pthread_create(&created, nullptr, thread_function, this) == 0) {
+        thread_id = created;
+    }
+}
+
+void* TavServerInfo::thread_function(void* server) {
+    auto& self = *static_cast<TavServerInfo*>(server);
+    int result = 0;
+    self.run = true;
+    self.main_action(result);
+    return nullptr;
+}
+
+void TavServerInfo::stop_main_action_thread() {
+    if (run_mode != run_mode_thread || ::pthread_equal(thread_id, ::pthread_self()) != 0) {
+        return;
+    }
+    ::pthread_mutex_lock(&lock);
+    const pthread_t cycle = thread_id;
+    thread_id = ::pthread_self();
+    stop_requested = true; // the cycle may not have come to its first wait yet
+    ::pthread_cond_signal(&cond);
+    ::pthread_mutex_unlock(&lock);
+    ::pthread_join(cycle, nullptr);
+}

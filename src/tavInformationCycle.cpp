@@ -1,0 +1,158 @@
+// The information cycle: watchdog, inventory, push, wait; and the way out.
+
+#include "agentClock.h"
+#include "agentSignals.h"
+#include "sysLog.h"
+#include "tavServerInfo.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
+#include <new>
+
+using tavIpmi::TavIpmiWatchdog;
+
+namespace {
+
+using SlotSetter = bool (TavConfSpaceData::*)(const IPv4Address&);
+constexpr std::array<SlotSetter, 4> slotSetters{
+    &TavConfSpaceData::setIpAddr_1, &TavConfSpaceData::setIpAddr_2, &TavConfSpaceData::setIpAddr_3,
+    &TavConfSpaceData::setIpAddr_4};
+
+constexpr std::uint32_t maxInterfaceIndex = std::numeric_limits<std::int32_t>::max();
+
+/// Holds the cycle's lock in thread mode; the other modes have none.
+class CycleLock {
+  public:
+    CycleLock(pthread_mutex_t& mutex, bool needed) noexcept :
+        taken(needed && ::pthread_mutex_trylock(&mutex) == 0 ? &mutex : nullptr),
+        entered(!needed || taken != nullptr) {}
+    ~CycleLock() {
+        if (taken != nullptr) {
+            ::pthread_mutex_unlock(taken);
+        }
+    }
+    CycleLock(const CycleLock&) = delete;
+    CycleLock& operator=(const CycleLock&) = delete;
+    explicit operator bool() const noexcept { return entered; }
+
+  private:
+    pthread_mutex_t* taken;
+    bool entered;
+};
+
+} // namespace
+
+void TavServerInfo::main_action(int& result) {
+    const CycleLock held(lock, run_mode == run_mode_thread);
+    if (!held) {
+        return; // another cycle is at work
+    }
+    waitTime = max_wait_time;
+    watchdogCountdown = 1;
+    informationCountdown = 1;
+    try {
+        do {
+            iterate();
+        } while (run);
+        result = 0;
+    } catch (const std::logic_error& error) {
+        sysLog(LOG_ERR, "%s", error.what());
+        result = -1;
+    } catch (...) {
+        result = -1;
+    }
+    shutdownSteps();
+}
+
+void TavServerInfo::iterate() {
+    if (run_mode == run_mode_daemon || run_mode == run_mode_thread) {
+        serveWatchdog();
+    }
+    if (--informationCountdown == 0) {
+        if (!ending()) {
+            setInfo();
+        }
+        informationCountdown = max_set_info_wait_time / waitTime;
+    }
+    waitForNextIteration();
+}
+
+/// With a slow BMC the work of one iteration takes long; one that was told to end skips the rest.
+bool TavServerInfo::ending() const noexcept {
+    return run_mode != run_mode_once && agentSignals::endRequested();
+}
+
+void TavServerInfo::serveWatchdog() {
+    if (updateWatchdog()) {
+        watchdogCountdown = 1;
+    }
+    if (!soft_watchdog_enabled || --watchdogCountdown != 0 || ending()) {
+        return;
+    }
+    const unsigned due = reset_watchdog(TavIpmiWatchdog::timer_use_sms_os, true);
+    if (due == 0) {
+        waitTime = max_wait_time;
+        watchdogCountdown = 1;
+    } else {
+        waitTime = std::min<unsigned>(due, max_wait_time);
+        watchdogCountdown = due / waitTime;
+    }
+}
+
+void TavServerInfo::waitForNextIteration() {
+    if (run_mode == run_mode_daemon) {
+        agentClock().waitForSignal(waitTime,
+                                   agentSignals::maskLettingIn({SIGALRM, SIGTERM, SIGHUP, SIGINT}));
+    } else if (run_mode == run_mode_thread) {
+        if (stop_requested || agentClock().waitForCondition(cond, lock, waitTime) != ETIMEDOUT) {
+            run = false;
+        }
+    }
+}
+
+void TavServerInfo::shutdownSteps() {
+    if (run_mode != run_mode_daemon && run_mode != run_mode_thread) {
+        return;
+    }
+    stop_watchdog(TavIpmiWatchdog::timer_use_sms_os);
+    if (pTavConfSpaceData) {
+        pTavConfSpaceData->sendAgentDisconnect();
+    }
+}
+
+void TavServerInfo::setInfo() {
+    std::unique_ptr<tavIp::TavIp> fresh(new (std::nothrow) tavIp::TavIp);
+    if (!fresh) {
+        sysLog(LOG_ERR, "TavServerInfo::setInfo()  new(nothrow)TavIp failed.");
+        return;
+    }
+    if (pTavIpData && *pTavIpData == *fresh) {
+        return;
+    }
+    pTavIpData = std::move(fresh);
+    if (!pushAddresses()) {
+        pTavIpData.reset(); // so that the next pass tries again
+    }
+}
+
+/// Fills the configuration space's slots with the first addresses in interface order, up to the
+/// first that the BMC does not take. True when at least one was written.
+bool TavServerInfo::pushAddresses() {
+    std::size_t slot = 0;
+    bool slotWritten = false;
+    for (const auto& [index, parameter] : pTavIpData->getIfParameters()) {
+        if (index == 0 || index > maxInterfaceIndex || !parameter.ipv4Address ||
+            pTavIpData->isLoopback(index)) {
+            continue;
+        }
+        if (!pTavConfSpaceData || slot == slotSetters.size()) {
+            continue;
+        }
+        const bool written = (pTavConfSpaceData.get()->*slotSetters[slot])(parameter.ipv4Address);
+        slotWritten = slotWritten || written;
+        slot = written ? slot + 1 : slotSetters.size();
+    }
+    return slotWritten;
+}

@@ -1,0 +1,231 @@
+#include "tavIpmi.h"
+
+#include "agentClock.h"
+#include "agentSignals.h"
+#include "ipmiDevice.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+namespace tavIpmi {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int maxPolls = 5;
+constexpr std::size_t receiveBufferSize = 272;
+constexpr short systemInterfaceChannel = IPMI_BMC_CHANNEL;
+
+/// `recv_type` of the records that the driver delivers.
+enum RecordType {
+    record_response = IPMI_RESPONSE_RECV_TYPE,
+    record_event = IPMI_ASYNC_EVENT_RECV_TYPE,
+    record_command = IPMI_CMD_RECV_TYPE
+};
+
+/// How long exchanges may wait for the BMC. Each has five seconds, until the agent is asked to end
+/// while the BMC is slow or silent: from then on all that is still sent shares one short farewell,
+/// so that a dead BMC cannot hold up the shutdown of the host.
+class Patience {
+  public:
+    timeval budget() noexcept {
+        if (agentSignals::endTaken()) {
+            startFarewell();
+        }
+        const milliseconds end{endBy};
+        if (end == never) {
+            return toTimeval(full);
+        }
+        return toTimeval(std::clamp(end - agentClock().monotonic(), milliseconds{0}, full));
+    }
+
+    void exchangeTook(milliseconds span) noexcept {
+        if (span >= slow && agentSignals::endRequested()) {
+            startFarewell();
+        }
+    }
+
+  private:
+    static constexpr milliseconds full{5000};
+    static constexpr milliseconds slow{100};
+    static constexpr milliseconds farewell{1500};
+    static constexpr milliseconds never{milliseconds::max()};
+
+    void startFarewell() noexcept {
+        if (milliseconds{endBy} == never) {
+            endBy = (agentClock().monotonic() + farewell).count();
+        }
+    }
+
+    static timeval toTimeval(milliseconds span) noexcept {
+        return {static_cast<time_t>(span.count() / 1000),
+                static_cast<suseconds_t>(span.count() % 1000 * 1000)};
+    }
+
+    std::atomic<milliseconds::rep> endBy{never.count()};
+};
+
+Patience patience;
+
+[[noreturn]] void throwSystemError(const char* what, unsigned line) {
+    throw TavIpmiError(what + std::string(std::strerror(errno)), __FILE__, line);
+}
+
+} // namespace
+
+unsigned int TavIpmi::msgId_seed = static_cast<unsigned int>(std::time(nullptr));
+
+TavIpmi::TavIpmi(unsigned char lun_, unsigned char slave_addr_, IpmiAddressType addrType) {
+    openDevice();
+    try {
+        setTarget(lun_, slave_addr_, addrType);
+    } catch (...) {
+        ipmiDevice().close(fd);
+        throw;
+    }
+}
+
+TavIpmi::~TavIpmi() {
+    ipmiDevice().close(fd);
+}
+
+void TavIpmi::openDevice() {
+    for (const char* path : {"/dev/ipmi0", "/dev/ipmi/0", "/dev/ipmidev/0"}) {
+        fd = ipmiDevice().open(path);
+        if (fd != -1) {
+            break;
+        }
+    }
+    if (fd >= FD_SETSIZE) { // select(2) could not watch it
+        ipmiDevice().close(fd);
+        fd = -1;
+        errno = EMFILE;
+    }
+    if (fd == -1) {
+        throwSystemError("Open failed: ", __LINE__);
+    }
+}
+
+void TavIpmi::setTarget(unsigned char lun, unsigned char slaveAddress, IpmiAddressType addrType) {
+    switch (addrType) {
+    case ipmiSystemInterface:
+        sysi_addr.addr_type = addrType;
+        sysi_addr.channel = systemInterfaceChannel;
+        sysi_addr.lun = lun;
+        ipmiAddr = reinterpret_cast<unsigned char*>(&sysi_addr);
+        ipmiAddrLen = sizeof sysi_addr;
+        break;
+    case ipmiIpmb:
+    case ipmiIpmbBroadcast:
+        ipmb_addr.addr_type = addrType;
+        ipmb_addr.channel = 0;
+        ipmb_addr.slave_addr = slaveAddress;
+        ipmb_addr.lun = lun;
+        ipmiAddr = reinterpret_cast<unsigned char*>(&ipmb_addr);
+        ipmiAddrLen = sizeof ipmb_addr;
+        break;
+    case ipmiLanAddress:
+    default:
+        throw TavIpmiError("Address Type not supported", __FILE__, __LINE__);
+    }
+    static_assert(sizeof sysi_addr == 8 && sizeof ipmb_addr == 8);
+}
+
+int TavIpmi::getMsgId() noexcept {
+    return rand_r(&msgId_seed);
+}
+
+bool TavIpmi::sendCmd(TavIpmi_request_msg& msg) const {
+    if (fd == -1) {
+        return false;
+    }
+    msg.dropResponse();
+    const milliseconds start = agentClock().monotonic();
+    const int id = getMsgId();
+    sendRequest(msg, id);
+    const bool answered = awaitResponse(msg, id);
+    patience.exchangeTook(agentClock().monotonic() - start);
+    return answered;
+}
+
+void TavIpmi::sendRequest(const TavIpmi_request_msg& msg, int id) const {
+    ipmi_req request{};
+    request.addr = ipmiAddr;
+    request.addr_len = ipmiAddrLen;
+    request.msgid = id;
+    request.msg.netfn = msg.netfn;
+    request.msg.cmd = msg.cmd;
+    request.msg.data = static_cast<unsigned char*>(msg.snd_data);
+    request.msg.data_len = static_cast<unsigned short>(msg.snd_data_len);
+    if (ipmiDevice().send(fd, request) == -1) {
+        throwSystemError("ioctl IPMICTL_SEND_COMMAND failed: ", __LINE__);
+    }
+}
+
+bool TavIpmi::awaitResponse(TavIpmi_request_msg& msg, int id) const {
+    // Set and budget are prepared once: the time is one budget for the whole exchange, whatever
+    // the number of waits.
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(fd, &readable);
+    timeval budget = patience.budget();
+    for (int poll = 0; poll < maxPolls; ++poll) {
+        if (waitReadable(readable, budget) && receiveRecord(msg, id)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool TavIpmi::waitReadable(fd_set& readable, timeval& budget) const {
+    const int ready = ipmiDevice().wait(fd, readable, budget);
+    if (ready < 0) {
+        throwSystemError("select failed: ", __LINE__);
+    }
+    if (ready > 0 && !FD_ISSET(fd, &readable)) {
+        throw TavIpmiError("select after ioctl IPMICTL_SEND_COMMAND failed for unknown reasons",
+                           __FILE__, __LINE__);
+    }
+    return ready > 0;
+}
+
+/// Takes one record; true if it is a response. Events and commands are consumed and ignored.
+bool TavIpmi::receiveRecord(TavIpmi_request_msg& msg, int id) const {
+    std::array<unsigned char, receiveBufferSize> data;
+    ipmi_recv record{};
+    record.addr = ipmiAddr;
+    record.addr_len = ipmiAddrLen;
+    record.msg.data = data.data();
+    record.msg.data_len = data.size();
+    if (ipmiDevice().receive(fd, record) == -1) {
+        throwSystemError("ioctl IPMICTL_RECEIVE_MSG failed: ", __LINE__);
+    }
+    if (record.recv_type == record_event || record.recv_type == record_command) {
+        return false;
+    }
+    if (record.recv_type != record_response) {
+        throw TavIpmiError("reply message has wrong type: ", __FILE__, __LINE__, record.recv_type);
+    }
+    // An answer to another id ends the exchange all the same, without data.
+    if (record.msgid == id && record.msg.data_len != 0) {
+        const std::size_t length = std::min<std::size_t>(record.msg.data_len, data.size());
+        if (!msg.storeResponse({data.data(), length})) {
+            throw TavIpmiError("memory request error", __FILE__, __LINE__);
+        }
+    }
+    return true;
+}
+
+bool exchange(const TavIpmi& ipmi, TavIpmi_request_msg& msg, std::size_t needed) {
+    if (!ipmi.sendCmd(msg)) {
+        return false;
+    }
+    const ByteView response = msg.response();
+    return !response.empty() && response.size() >= needed && response[0] == ipmi_cc_normally_cc;
+}
+
+} // namespace tavIpmi

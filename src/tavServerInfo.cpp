@@ -1,0 +1,171 @@
+// Construction of the core object and dispatch by run mode.
+
+#include "tavServerInfo.h"
+
+#include "fileDescriptor.h"
+#include "hostPaths.h"
+#include "sysLog.h"
+#include "tavSystemInfo.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using tavIpmi::TavIpmiWatchdog;
+
+namespace {
+
+constexpr std::size_t hostnameLength = 64;
+constexpr const char* daemonIdent = "tav_daemon";
+
+constexpr std::size_t maxLineLength = 255;
+
+/// The lines of a small text file of the host.
+class LineReader {
+  public:
+    explicit LineReader(const std::string& path) noexcept :
+        file(std::fopen(path.c_str(), "re"), closeFile) {}
+
+    /// The next line without its end; a longer one comes as its first 255 characters and is the
+    /// last. Nothing at the end of the file, or if it cannot be read.
+    std::optional<std::string> next() {
+        std::string line;
+        int character = file ? std::fgetc(file.get()) : EOF;
+        for (; character != EOF && character != '\n'; character = std::fgetc(file.get())) {
+            if (line.size() == maxLineLength) {
+                file.reset();
+                break;
+            }
+            line.push_back(static_cast<char>(character));
+        }
+        if (character == EOF && line.empty()) {
+            return std::nullopt;
+        }
+        return line.c_str(); // a line is text: it ends at a NUL
+    }
+
+  private:
+    static void closeFile(std::FILE* open) noexcept {
+        if (open != nullptr) {
+            static_cast<void>(std::fclose(open)); // it was only read
+        }
+    }
+
+    std::unique_ptr<std::FILE, decltype(&closeFile)> file;
+};
+
+} // namespace
+
+TavServerInfo* TavServerInfo::this_TavServerInfo = nullptr;
+
+TavServerInfo::TavServerInfo(RunMode mode) : run_mode(mode), thread_id(::pthread_self()) {
+    if (run_mode == run_mode_terminate) {
+        stop_watchdog(TavIpmiWatchdog::timer_use_sms_os);
+        return;
+    }
+    if (run_mode != run_mode_thread) {
+        open_syslog();
+    }
+    pTavConfSpaceData.reset(new (std::nothrow) TavConfSpaceData(blade));
+    if (pTavConfSpaceData && !pTavConfSpaceData->isAvailable()) {
+        pTavConfSpaceData.reset();
+    }
+    readHostIdentity();
+    clearIpSlots();
+    dispatch();
+}
+
+TavServerInfo::~TavServerInfo() {
+    if (run_mode == run_mode_thread) {
+        stop_main_action_thread();
+        ::pthread_cond_destroy(&cond);
+        ::pthread_mutex_destroy(&lock);
+    }
+    free_data();
+}
+
+void TavServerInfo::free_data() noexcept {
+    pTavIpData.reset();
+}
+
+void TavServerInfo::readHostIdentity() {
+    std::array<char, hostnameLength> name{};
+    if (::gethostname(name.data(), name.size()) == 0) {
+        hostname.assign(name.data(), ::strnlen(name.data(), name.size()));
+    }
+    try {
+        const tavSystemInfo::TavSystemInfo system;
+        if (system.getOSType() != tavSystemInfo::TavSystemInfo::os_vmware_esxi) {
+            return;
+        }
+        release = system.getRelease();
+        if (const auto line = LineReader(hostPaths().productString).next();
+            line && !line->empty()) {
+            productName = *line;
+        }
+    } catch (const tavSystemInfo::TavSystemInfoError& error) {
+        sysLog(LOG_ERR, "%s", error.what());
+    }
+}
+
+/// The BMC must not show addresses of an earlier boot.
+void TavServerInfo::clearIpSlots() {
+    if (!pTavConfSpaceData) {
+        return;
+    }
+    const IPv4Address none;
+    pTavConfSpaceData->setIpAddr_1(none);
+    pTavConfSpaceData->setIpAddr_2(none);
+    pTavConfSpaceData->setIpAddr_3(none);
+    pTavConfSpaceData->setIpAddr_4(none);
+}
+
+void TavServerInfo::dispatch() {
+    int result = 0;
+    switch (run_mode) {
+    case run_mode_thread:
+        ::pthread_mutex_init(&lock, nullptr);
+        ::pthread_cond_init(&cond, nullptr);
+        start_main_action_thread();
+        break;
+    case run_mode_once:
+        TavServerInfo::main_action(result); // no derived object exists yet
+        break;
+    case run_mode_daemon:
+        startDaemonUnlessRunning();
+        break;
+    case run_mode_none:
+    case run_mode_terminate:
+        break;
+    }
+}
+
+void TavServerInfo::startDaemonUnlessRunning() {
+    const std::string& path = hostPaths().pidFile;
+    if (FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC))) {
+        static_cast<void>(std::fprintf(stderr,
+                                       "It seems as if TAVD daemon is already running.\n"
+                                       "Delete file: '%s' if it does not\n",
+                                       path.c_str()));
+        return;
+    }
+    openSysLog(daemonIdent, LOG_PID, LOG_LOCAL5);
+    sysLog(LOG_INFO, "starting");
+    start_main_action_daemon();
+}
+
+std::string TavServerInfo::getVibVersionString(const char* needle) {
+    LineReader lines(hostPaths().vibVersions);
+    while (const auto line = lines.next()) {
+        if (line->find(needle) != std::string::npos) {
+            return *line;
+        }
+    }
+    return {};
+}
