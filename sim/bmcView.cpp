@@ -1,0 +1,64 @@
+#include "bmcView.h"
+
+#include "confVariables.h"
+#include "exchangeText.h"
+#include "text.h"
+
+namespace sim {
+
+namespace {
+
+constexpr std::size_t numberWidth = 6;
+constexpr std::size_t nameWidth = 30;
+
+std::string row(const std::string& number, const std::string& name, const std::string& value) {
+    return "  " + padded(number, numberWidth) + padded(name, nameWidth) + value + "\n";
+}
+
+std::string row(const std::string& name, const std::string& value) {
+    return "  " + padded(name, numberWidth + nameWidth) + value + "\n";
+}
+
+std::string confSpaceTable(const ConfSpace& confSpace) {
+    std::string table = "Configuration space\n";
+    for (const auto& [id, value] : confSpace.values) {
+        const ConfVariable* const variable = findConfVariable(id);
+        table += variable == nullptr
+                     ? row(std::to_string(id), "?", hexText(value))
+                     : row(std::to_string(id), variable->name, valueText(variable->kind, value));
+    }
+    return table;
+}
+
+std::string watchdogTable(const WatchdogState& timer) {
+    std::string table = "Watchdog timer\n";
+    table += row("set up", timer.initialised ? "yes" : "never");
+    table += row("use", timerUseText(timer.use));
+    table += row("running", timer.running ? "yes" : "no");
+    table += row("action", timerActionText(timer.action));
+    table += row("countdown", countdownText(timer.initialCountdown));
+    table += row("remaining", countdownText(timer.presentCountdown));
+    table += row("expired uses", expirationText(timer.expirationFlags));
+    return table;
+}
+
+} // namespace
+
+std::string bmcView(const Bmc& bmc) {
+    return confSpaceTable(bmc.confSpace) + watchdogTable(bmc.watchdog.state()) +
+           "Agent connection\n" +
+           row("agent", bmc.agentConnection.connected ? "connected" : "not connected");
+}
+
+std::string usageText(const SimDevice& device) {
+    std::string kinds;
+    for (int call = 0; const char* const name : deviceCallNames) {
+        kinds += (kinds.empty() ? "" : ", ") + std::string(name) + " " +
+                 std::to_string(device.callCount(static_cast<DeviceCall>(call++)));
+    }
+    return "Device: " + std::to_string(device.exchangeCount()) + " exchanges, " +
+           std::to_string(device.callCount()) + " calls (" + kinds + "), " +
+           std::to_string(device.openCount()) + " descriptors open\n";
+}
+
+} // namespace sim

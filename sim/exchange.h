@@ -1,0 +1,35 @@
+#pragma once
+
+#include "ipmiMessage.h"
+
+#include <optional>
+
+namespace sim {
+
+enum class DeviceCall {
+    open,
+    send,
+    wait,
+    receive,
+    close,
+};
+inline constexpr const char* deviceCallNames[] = {"open", "send", "wait", "receive", "close"};
+
+/// One request at the device and what came of it. A failed open of the device node is one too:
+/// without a request, its `failedCall` says so.
+struct Exchange {
+    unsigned number = 0; // 1-based
+    std::chrono::milliseconds sentAt{};
+    int addressType = 0; // IPMI_SYSTEM_INTERFACE_ADDR_TYPE, ...
+    unsigned char netfn = 0;
+    unsigned char lun = 0;
+    unsigned char cmd = 0;
+    Bytes request;
+    std::optional<Bytes> response; // completion code first; empty when nobody received one
+    bool foreignId = false;        // the response was for another message id
+    unsigned otherRecords = 0;     // received before it
+    std::optional<DeviceCall> failedCall;
+    int error = 0; // errno of the failed call
+};
+
+} // namespace sim

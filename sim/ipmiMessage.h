@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <span>
+#include <vector>
+
+namespace sim {
+
+using Bytes = std::vector<unsigned char>;
+using Data = std::span<const unsigned char>;
+
+/// Present time since some fixed moment, never set back.
+using Now = std::function<std::chrono::milliseconds()>;
+
+/// What one command gives back: the completion code and the response data behind it.
+struct Reply {
+    unsigned char code;
+    Bytes data = {};
+};
+
+namespace netfn {
+inline constexpr unsigned char app = 0x06;
+inline constexpr unsigned char oem = 0x2E;
+} // namespace netfn
+
+namespace command {
+inline constexpr unsigned char getDeviceId = 0x01;
+inline constexpr unsigned char resetWatchdogTimer = 0x22;
+inline constexpr unsigned char setWatchdogTimer = 0x24;
+inline constexpr unsigned char getWatchdogTimer = 0x25;
+inline constexpr unsigned char agentCommunication = 0x02; // OEM
+inline constexpr unsigned char configurationSpace = 0xE0; // OEM
+} // namespace command
+
+namespace completion {
+inline constexpr unsigned char success = 0x00;
+inline constexpr unsigned char timerNotInitialised = 0x80; // Reset Watchdog Timer only
+inline constexpr unsigned char invalidCommand = 0xC1;
+inline constexpr unsigned char invalidForLun = 0xC2;
+inline constexpr unsigned char requestLengthInvalid = 0xC7;
+inline constexpr unsigned char parameterOutOfRange = 0xC9;
+inline constexpr unsigned char recordNotPresent = 0xCB;
+inline constexpr unsigned char invalidDataField = 0xCC;
+} // namespace completion
+
+/// Bytes in front of an OEM request's data, and between completion code and data of its response.
+inline constexpr std::size_t ianaLength = 3;
+
+} // namespace sim

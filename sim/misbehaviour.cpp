@@ -1,0 +1,153 @@
+#include "misbehaviour.h"
+
+#include "text.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+using Halves = std::pair<std::string_view, std::string_view>;
+
+constexpr long highestNumber = std::numeric_limits<int>::max();
+
+struct FaultWord {
+    const char* word;
+    FaultKind kind;
+    bool takesNumber;
+    long least;
+    long most;
+};
+
+constexpr std::array<FaultWord, 8> faultWords = {{
+    {"cc", FaultKind::completionCode, true, 0, 0xFF},
+    {"silent", FaultKind::silent, false, 0, 0},
+    {"length", FaultKind::length, true, 0, 1024},
+    {"foreign-id", FaultKind::foreignId, false, 0, 0},
+    {"events", FaultKind::events, true, 1, 1000},
+    {"commands", FaultKind::commands, true, 1, 1000},
+    {"type", FaultKind::recordType, true, std::numeric_limits<int>::min(), highestNumber},
+    {"slow", FaultKind::slow, true, 0, highestNumber},
+}};
+
+/// Before and after the first `separator`; all before when there is none.
+Halves split(std::string_view text, char separator) {
+    const std::size_t place = text.find(separator);
+    if (place == std::string_view::npos) {
+        return {text, {}};
+    }
+    return {text.substr(0, place), text.substr(place + 1)};
+}
+
+unsigned parseExchangeNumber(std::string_view text) {
+    return static_cast<unsigned>(parseNumber(text, 1, highestNumber));
+}
+
+void parseExchanges(std::string_view text, Fault& fault) {
+    if (text.ends_with('+')) {
+        fault.first = parseExchangeNumber(text.substr(0, text.size() - 1));
+        fault.last = Fault::always;
+        return;
+    }
+    const auto [first, last] = split(text, '-');
+    fault.first = parseExchangeNumber(first);
+    fault.last = last.data() == nullptr ? fault.first : parseExchangeNumber(last);
+    if (fault.last < fault.first) {
+        throw std::invalid_argument("'" + std::string(text) + "' ends before it begins");
+    }
+}
+
+DeviceCall parseDeviceCall(std::string_view name) {
+    const auto* const found = std::ranges::find(deviceCallNames, name);
+    if (found == std::end(deviceCallNames)) {
+        throw std::invalid_argument("'" + std::string(name) + "' is not a device call");
+    }
+    return static_cast<DeviceCall>(found - std::begin(deviceCallNames));
+}
+
+void parseDeviceError(std::string_view text, Fault& fault) {
+    const auto [error, call] = split(text, '@');
+    fault.kind = FaultKind::deviceError;
+    fault.value = parseErrno(error);
+    fault.call = parseDeviceCall(call);
+}
+
+void parseWhat(std::string_view text, Fault& fault) {
+    const auto [word, argument] = split(text, '=');
+    if (word == "errno") {
+        parseDeviceError(argument, fault);
+        return;
+    }
+    const auto* const found = std::ranges::find(faultWords, word, &FaultWord::word);
+    if (found == faultWords.end()) {
+        throw std::invalid_argument("'" + std::string(word) + "' is no kind of fault");
+    }
+    if (!found->takesNumber && argument.data() != nullptr) {
+        throw std::invalid_argument("'" + std::string(word) + "' takes no value");
+    }
+    fault.kind = found->kind;
+    if (found->takesNumber) {
+        fault.value = static_cast<int>(parseNumber(argument, found->least, found->most));
+    }
+}
+
+unsigned long parseCallNumber(std::string_view text) {
+    return static_cast<unsigned long>(parseNumber(text, 1, highestNumber));
+}
+
+} // namespace
+
+const Fault* Misbehaviour::find(FaultKind kind, unsigned exchange) const {
+    const auto found = std::ranges::find_if(
+        faults, [&](const Fault& fault) { return fault.kind == kind && fault.concerns(exchange); });
+    return found == faults.end() ? nullptr : &*found;
+}
+
+int Misbehaviour::errorOf(DeviceCall call, unsigned exchange, int scheduledError) const {
+    if (scheduledError != 0) {
+        return scheduledError;
+    }
+    const auto found = std::ranges::find_if(faults, [&](const Fault& fault) {
+        return fault.kind == FaultKind::deviceError && fault.call == call &&
+               fault.concerns(exchange);
+    });
+    return found == faults.end() ? 0 : found->value;
+}
+
+int Misbehaviour::errorAt(unsigned long callNumber) const {
+    const bool fails = failingCall.fromThenOn ? callNumber >= failingCall.number
+                                              : callNumber == failingCall.number;
+    return fails ? failingCall.error : 0;
+}
+
+int Misbehaviour::signalAt(unsigned long callNumber) const {
+    const auto found = std::ranges::find(raisedSignals, callNumber, &RaisedSignal::number);
+    return found == raisedSignals.end() ? 0 : found->signal;
+}
+
+Fault parseFault(std::string_view text) {
+    const auto [exchanges, what] = split(text, ':');
+    Fault fault;
+    parseExchanges(exchanges, fault);
+    parseWhat(what, fault);
+    return fault;
+}
+
+FailingCall parseFailingCall(std::string_view text) {
+    const auto [number, error] = split(text, ':');
+    const bool fromThenOn = number.ends_with('+');
+    const std::string_view digits = number.substr(0, number.size() - (fromThenOn ? 1 : 0));
+    return {parseCallNumber(digits), fromThenOn, parseErrno(error)};
+}
+
+RaisedSignal parseRaisedSignal(std::string_view text) {
+    const auto [number, signal] = split(text, ':');
+    return {parseCallNumber(number), parseSignal(signal)};
+}
+
+} // namespace sim

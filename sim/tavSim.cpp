@@ -1,0 +1,140 @@
+// The agent on simulated seams: the entry point of tav_sim, and the seams' definitions.
+
+#include "bmcView.h"
+#include "hostPaths.h"
+#include "simClock.h"
+#include "simDevice.h"
+#include "simOptions.h"
+#include "trace.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <new>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+extern "C" {
+// The names that the linker's --wrap=main gives to this program's entry and to the agent's.
+int __wrap_main(int argc, char** argv);
+int __real_main(int argc, char** argv);
+}
+
+namespace {
+
+constexpr int usageStatus = 2;
+
+HostPaths pathsUnder(const std::string& root) {
+    HostPaths paths;
+    if (root.empty()) {
+        return paths;
+    }
+    // Absolute, since a daemon changes its working directory.
+    const std::string base = std::filesystem::absolute(root).string();
+    for (std::string* const path : {&paths.pidFile, &paths.productString, &paths.vibVersions}) {
+        *path = base + *path;
+        std::filesystem::create_directories(std::filesystem::path(*path).parent_path());
+    }
+    return paths;
+}
+
+/// Everything around the agent. Never destroyed: the agent may end anywhere by exit(3).
+struct World {
+    explicit World(sim::SimOptions options_);
+
+    sim::SimOptions options;
+    HostPaths paths;
+    sim::SimClock clock;
+    sim::Trace trace;
+    sim::Bmc bmc;
+    sim::SimDevice device;
+};
+
+World::World(sim::SimOptions options_) :
+    options(std::move(options_)), paths(pathsUnder(options.root)), clock(options.speed),
+    trace(options.trace, clock.monotonic()), bmc([this] { return clock.monotonic(); }),
+    device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }) {
+    bmc.agentConnection.connected = options.connected;
+    for (const auto& [id, value] : options.values) {
+        bmc.confSpace.setText(id, value);
+    }
+    device.misbehave(options.misbehaviour);
+    device.setNodePresent(!options.noDevice);
+    if (!options.quiet) {
+        device.observe([this](const sim::Exchange& exchange) { trace.line(exchange); });
+    }
+}
+
+World* world = nullptr;
+
+// The process that works with the BMC now: a daemon's child takes over from its parent. Shared
+// between the two, so that the parent, which ends later or earlier, knows.
+std::atomic<pid_t>* worker = nullptr;
+
+void becomeWorker() {
+    *worker = ::getpid();
+}
+
+void showBmc() {
+    if (*worker == ::getpid()) {
+        const std::string view = world->device.withBmc(sim::bmcView);
+        world->trace.print("\n" + view + sim::usageText(world->device));
+    }
+}
+
+void arrangeClosingView() {
+    void* const shared =
+        ::mmap(nullptr, sizeof *worker, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    worker = new (shared) std::atomic<pid_t>;
+    becomeWorker();
+    ::pthread_atfork(nullptr, nullptr, becomeWorker);
+    if (std::atexit(showBmc) != 0) {
+        throw std::bad_alloc();
+    }
+}
+
+/// False when there is nothing to run.
+bool prepare(int argc, char** argv) {
+    sim::SimOptions options = sim::parseSimOptions(argc, argv);
+    if (options.help) {
+        (void)std::fputs(sim::simUsage(), stdout);
+        return false;
+    }
+    world = new World(std::move(options));
+    arrangeClosingView();
+    return true;
+}
+
+} // namespace
+
+IpmiDevice& ipmiDevice() noexcept {
+    return world->device;
+}
+AgentClock& agentClock() noexcept {
+    return world->clock;
+}
+const HostPaths& hostPaths() noexcept {
+    return world->paths;
+}
+
+int __wrap_main(int argc, char** argv) {
+    try {
+        if (!prepare(argc, argv)) {
+            return EXIT_SUCCESS;
+        }
+    } catch (const sim::UsageError& error) {
+        (void)std::fprintf(stderr, "tav_sim: %s\n\n%s", error.what(), sim::simUsage());
+        return usageStatus;
+    } catch (const std::exception& error) {
+        (void)std::fprintf(stderr, "tav_sim: %s\n", error.what());
+        return usageStatus;
+    }
+    auto& arguments = world->options.agentArguments;
+    return __real_main(static_cast<int>(arguments.size()) - 1, arguments.data());
+}

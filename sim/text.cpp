@@ -1,0 +1,94 @@
+#include "text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <csignal>
+#include <cstring>
+#include <iterator>
+#include <stdexcept>
+
+namespace sim {
+
+std::string hexByte(unsigned char value) {
+    constexpr const char* digits = "0123456789ABCDEF";
+    return {'0', 'x', digits[value >> 4U], digits[value & 0xFU]};
+}
+
+std::string hexText(Data bytes) {
+    constexpr std::size_t most = 32; // as much as fits in a line
+    std::string text;
+    for (const unsigned char byte : bytes.first(std::min(bytes.size(), most))) {
+        text += text.empty() ? '[' : ' ';
+        text += hexByte(byte).substr(2);
+    }
+    if (bytes.size() > most) {
+        text += " ... " + std::to_string(bytes.size()) + " bytes";
+    }
+    if (!text.empty()) {
+        text += ']';
+    }
+    return text;
+}
+
+std::string decimal(double value, int places) {
+    char text[64];
+    const auto end =
+        std::to_chars(std::begin(text), std::end(text), value, std::chars_format::fixed, places);
+    return {text, end.ptr};
+}
+
+std::string padded(std::string text, std::size_t width) {
+    if (text.size() < width) {
+        text.resize(width, ' ');
+    }
+    return text;
+}
+
+std::string quoted(Data characters) {
+    std::string text = "\"";
+    for (const unsigned char character : characters) {
+        if (std::isprint(character) != 0) {
+            text += static_cast<char>(character);
+        } else {
+            text += "\\x" + hexByte(character).substr(2);
+        }
+    }
+    return text + '"';
+}
+
+long parseNumber(std::string_view text, long least, long most) {
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const std::string_view digits = hexadecimal ? text.substr(2) : text;
+    const char* const end = digits.data() + digits.size();
+    long value = 0;
+    const auto [stop, error] = std::from_chars(digits.data(), end, value, hexadecimal ? 16 : 10);
+    if (error != std::errc{} || stop != end || value < least || value > most) {
+        throw std::invalid_argument("'" + std::string(text) + "' is not a number from " +
+                                    std::to_string(least) + " to " + std::to_string(most));
+    }
+    return value;
+}
+
+int parseErrno(std::string_view name) {
+    constexpr int highestErrno = 133;
+    for (int error = 1; error <= highestErrno; ++error) {
+        const char* const known = ::strerrorname_np(error);
+        if (known != nullptr && name == known) {
+            return error;
+        }
+    }
+    throw std::invalid_argument("'" + std::string(name) + "' is not the name of an errno value");
+}
+
+int parseSignal(std::string_view name) {
+    for (int signal = 1; signal < SIGRTMIN; ++signal) {
+        const char* const known = ::sigabbrev_np(signal);
+        if (known != nullptr && name == std::string("SIG") + known) {
+            return signal;
+        }
+    }
+    throw std::invalid_argument("'" + std::string(name) + "' is not the name of a signal");
+}
+
+} // namespace sim

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "ipmiMessage.h"
+
+#include <string>
+#include <string_view>
+
+namespace sim {
+
+/// "0xC1"
+std::string hexByte(unsigned char value);
+/// "[57 01 00]", shortened when long; nothing for no bytes.
+std::string hexText(Data bytes);
+/// `value` with `places` digits behind the point.
+std::string decimal(double value, int places);
+/// `text` filled up with blanks to `width` columns.
+std::string padded(std::string text, std::size_t width);
+/// In double quotes, with unprintable characters as \xNN.
+std::string quoted(Data characters);
+
+/// Whole number, decimal or with 0x in front, between `least` and `most`; otherwise throws
+/// std::invalid_argument saying what it should have been.
+long parseNumber(std::string_view text, long least, long most);
+/// By name ("EIO", "SIGTERM"); throws std::invalid_argument for an unknown one.
+int parseErrno(std::string_view name);
+int parseSignal(std::string_view name);
+
+} // namespace sim
