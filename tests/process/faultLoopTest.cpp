@@ -1,0 +1,99 @@
+// One fault, or one signal, at every single device call of every run mode.
+
+#include "programs.h"
+
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <regex>
+
+namespace {
+
+/// Device calls after which the modes that do not end by themselves are told to.
+constexpr int lastCall = 140;
+/// The timer's stop, fourteen reads over one connection, four writes.
+constexpr int callsBeforeFork = 2 * 5 + (2 + 14 * 3) + 4 * 5;
+
+struct Mode {
+    const char* name;
+    std::vector<std::string> options;
+    int code;  ///< of the program that was started
+    bool ends; ///< by itself
+};
+
+const Mode modes[] = {{"once", {"-s"}, 0, true},
+                      {"terminate", {"-t"}, 0, true},
+                      {"foreground", {"-n"}, 1, false},
+                      {"daemon", {}, 0, false}};
+
+class FaultLoop : public Programs {
+  public:
+    /// Runs one mode to its end. Gives the number of device calls that it made.
+    int runOnce(const Mode& mode, std::vector<std::string> options, int code) {
+        clearTrace();
+        options.insert(options.end(), {"--speed", "5000", "--quiet", "--watchdog", "300"});
+        if (!mode.ends) {
+            options.insert(options.end(),
+                           {"--raise-at-call", std::to_string(lastCall) + ":SIGTERM"});
+        }
+        const End end = runSim(options, mode.options);
+        EXPECT_EQ(end.error, "");
+        const std::vector<int> daemons = endOfChildren();
+        if (daemons.empty()) {
+            EXPECT_EQ(end.code(), code);
+        } else {
+            // It may be over before its starter looks, which then rightly reports no daemon.
+            EXPECT_THAT(end.code(), testing::AnyOf(0, 1));
+            EXPECT_THAT(daemons, testing::Each(0));
+        }
+        EXPECT_EQ(contentOf(pidFile()), "");
+        return usage();
+    }
+
+    /// "Device: 21 exchanges, 79 calls (open 8, ...), 0 descriptors open"
+    int usage() const {
+        const std::string all = trace();
+        std::smatch found;
+        const std::regex line("Device: .* exchanges, ([0-9]+) calls .*, ([0-9]+) descriptors open");
+        EXPECT_TRUE(std::regex_search(all, found, line)) << all;
+        EXPECT_EQ(found[2], "0");
+        return std::stoi(found[1]);
+    }
+};
+
+TEST_F(FaultLoop, failEveryDeviceCall) {
+    int points = 0;
+    for (const Mode& mode : modes) {
+        const int last = std::min(runOnce(mode, {}, mode.code), lastCall - 1);
+        for (const char* lasting : {":", "+:"}) {
+            for (int call = 1; call <= last; ++call) {
+                const std::string fault = std::to_string(call) + lasting + "EIO";
+                runOnce(mode, {"--fail-call", fault}, mode.code);
+                ASSERT_FALSE(HasFailure()) << mode.name << " " << fault;
+                ++points;
+            }
+        }
+    }
+    std::cout << "device calls failed: " << points << " points\n";
+}
+
+TEST_F(FaultLoop, signalAtEveryDeviceCall) {
+    int points = 0;
+    for (const Mode& mode : modes) {
+        const int last = std::min(runOnce(mode, {}, mode.code), lastCall - 1);
+        for (const char* signal : {"SIGALRM", "SIGTERM"}) {
+            for (int call = 1; call <= last; ++call) {
+                // A termination signal counts wherever it comes; before the fork it ends the start.
+                const bool counts =
+                    std::string(signal) == "SIGTERM" && (mode.ends || call <= callsBeforeFork);
+                const std::string raised = std::to_string(call) + ":" + signal;
+                runOnce(mode, {"--raise-at-call", raised}, counts ? 1 : mode.code);
+                ASSERT_FALSE(HasFailure()) << mode.name << " " << raised;
+                ++points;
+            }
+        }
+    }
+    std::cout << "signals raised: " << points << " points\n";
+}
+
+} // namespace

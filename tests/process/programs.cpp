@@ -1,0 +1,233 @@
+#include "programs.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <thread>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int patience = 60000; // milliseconds that any one process has
+
+int numberAt(const char* text) {
+    return static_cast<int>(std::strtol(text, nullptr, 10));
+}
+
+/// Stands in for syslogd: collects what arrives at /dev/log.
+class LogCollector {
+  public:
+    void open() {
+        sockaddr_un address{AF_UNIX, "/dev/log"};
+        fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            std::perror("/dev/log");
+            std::exit(EXIT_FAILURE);
+        }
+        std::thread([this] { collect(); }).detach();
+    }
+    std::vector<LogLine> lines() {
+        const std::scoped_lock hold(mutex);
+        drain(MSG_DONTWAIT);
+        return received;
+    }
+    void clear() {
+        lines();
+        const std::scoped_lock hold(mutex);
+        received.clear();
+    }
+
+  private:
+    void collect() {
+        for (pollfd readable{fd, POLLIN, 0}; ::poll(&readable, 1, -1) > 0;) {
+            const std::scoped_lock hold(mutex);
+            drain(MSG_DONTWAIT);
+        }
+    }
+    void drain(int flags) {
+        std::array<char, 2048> line{};
+        for (ssize_t size = 0; (size = ::recv(fd, line.data(), line.size() - 1, flags)) >= 0;) {
+            line[static_cast<std::size_t>(size)] = '\0';
+            add(line.data());
+        }
+    }
+    /// "<14>Nov 22 10:00:00 IDENT[PID]: TEXT"; without LOG_PID no number.
+    void add(const std::string& line) {
+        const std::size_t stamp = line.find('>') + 1 + std::strlen("Nov 22 10:00:00 ");
+        const std::size_t colon = line.find(": ", stamp);
+        const std::string who = line.substr(stamp, colon - stamp);
+        const std::size_t bracket = who.find('[');
+        received.push_back({numberAt(line.c_str() + 1), who.substr(0, bracket),
+                            bracket == std::string::npos ? 0 : numberAt(&who[bracket + 1]),
+                            line.substr(colon + 2)});
+    }
+
+    int fd = -1;
+    std::mutex mutex;
+    std::vector<LogLine> received;
+};
+
+LogCollector& collector() {
+    static auto* const one = new LogCollector; // its thread outlives main
+    return *one;
+}
+
+void redirect(const std::string& path, int target) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
+    ::dup2(fd, target);
+    ::close(fd);
+}
+
+constexpr const char* makeWorld = R"(set -e
+mount --make-rprivate /
+mount -t tmpfs tmpfs /run
+mkdir /run/dev
+mount -t tmpfs tmpfs /run/dev
+for node in null zero random urandom tty net/tun; do
+    mkdir -p $(dirname /run/dev/$node)
+    touch /run/dev/$node
+    mount --bind /dev/$node /run/dev/$node
+done
+mount --move /run/dev /dev
+ip link set lo up
+ip tuntap add tav0 mode tap
+ip addr add 10.0.0.1/24 dev tav0
+)";
+
+} // namespace
+
+int End::code() const {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+Programs::Programs() : folder(std::filesystem::temp_directory_path() / "tavXXXXXX") {
+    EXPECT_NE(::mkdtemp(folder.data()), nullptr);
+    collector().clear();
+}
+
+Programs::~Programs() {
+    EXPECT_FALSE(anyChild()) << "a process was left behind";
+    std::filesystem::remove_all(folder);
+}
+
+pid_t Programs::start(const std::vector<std::string>& command) {
+    const std::string error = folder + "/stderr";
+    ::unlink(error.c_str());
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string& word : command) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    const std::string output = folder + "/stdout";
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::setpgid(0, 0);
+        redirect(output, STDOUT_FILENO);
+        redirect(error, STDERR_FILENO);
+        ::execvp(arguments[0], arguments.data());
+        ::_exit(127);
+    }
+    return pid;
+}
+
+pid_t Programs::startSim(std::vector<std::string> options, const std::vector<std::string>& agent) {
+    options.insert(options.begin(), {TAV_SIM, "--root", folder});
+    options.emplace_back("--");
+    options.insert(options.end(), agent.begin(), agent.end());
+    return start(options);
+}
+
+End Programs::await(pid_t pid) {
+    const auto begin = std::chrono::steady_clock::now();
+    pollfd ended{static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)), POLLIN, 0};
+    if (::poll(&ended, 1, patience) != 1) {
+        ADD_FAILURE() << "process " << pid << " does not end";
+        ::kill(pid, SIGKILL);
+    }
+    ::close(ended.fd);
+    End end{};
+    EXPECT_EQ(::waitpid(pid, &end.status, 0), pid);
+    end.took = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - begin);
+    end.error = contentOf(folder + "/stderr");
+    return end;
+}
+
+std::optional<pid_t> Programs::anyChild() {
+    siginfo_t ended{};
+    if (::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT | WNOHANG) != 0) {
+        return std::nullopt; // ECHILD
+    }
+    std::ifstream children("/proc/thread-self/children");
+    pid_t pid = 0;
+    return children >> pid ? std::optional(pid) : std::nullopt;
+}
+
+std::vector<int> Programs::endOfChildren() {
+    std::vector<int> codes;
+    while (const auto child = anyChild()) {
+        codes.push_back(await(*child).code());
+    }
+    return codes;
+}
+
+pid_t Programs::daemon() const {
+    return numberAt(contentOf(pidFile()).c_str());
+}
+
+std::string Programs::trace() const {
+    return contentOf(folder + "/stdout");
+}
+
+void Programs::clearTrace() const {
+    ::unlink((folder + "/stdout").c_str());
+}
+
+std::vector<LogLine> Programs::log() {
+    return collector().lines();
+}
+
+std::vector<std::string> Programs::logTexts() {
+    std::vector<std::string> texts;
+    for (const LogLine& line : log()) {
+        texts.push_back(line.text);
+    }
+    return texts;
+}
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void shell(const std::string& command) {
+    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleMock(&argc, argv);
+    if (::unshare(CLONE_NEWNET | CLONE_NEWNS) != 0 || std::system(makeWorld) != 0 ||
+        ::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
+        std::perror("namespaces of its own are needed");
+        return EXIT_FAILURE;
+    }
+    collector().open();
+    return RUN_ALL_TESTS();
+}

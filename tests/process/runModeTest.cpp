@@ -1,0 +1,282 @@
+#include "programs.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int infoOfLocal5 = 21 * 8 + 6;
+
+class RunMode : public Programs {
+  public:
+    /// The daemon that a successful start has left.
+    pid_t startDaemon(std::vector<std::string> options) {
+        EXPECT_EQ(runSim(std::move(options), {}).code(), 0);
+        EXPECT_GT(daemon(), 0);
+        EXPECT_EQ(::kill(daemon(), 0), 0) << "the pid file names no living process";
+        return daemon();
+    }
+
+    /// Waits until the trace holds `text` so many times.
+    void awaitTrace(const std::string& text, int times = 1) const {
+        const auto seen = [&] {
+            int count = 0;
+            const std::string all = trace();
+            for (auto at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
+                ++count;
+            }
+            return count;
+        };
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (seen() < times) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end) << text << " not seen in\n" << trace();
+            ::usleep(1000);
+        }
+    }
+
+    /// What was asked in each exchange of the trace, one per line.
+    std::string exchanges() const {
+        std::istringstream lines(trace());
+        std::string all;
+        for (std::string line; std::getline(lines, line);) {
+            const std::size_t number = line.find("  #");
+            const std::size_t arrow = line.find(" -> ");
+            if (number != std::string::npos && arrow != std::string::npos) {
+                const std::size_t text = line.find_first_not_of("# 0123456789", number);
+                all += line.substr(text, line.find_last_not_of(' ', arrow) - text + 1) + "\n";
+            }
+        }
+        return all;
+    }
+
+    static std::string stopTimer(const std::string& setting) {
+        return "Get Watchdog Timer\nSet Watchdog Timer: " + setting + "\n";
+    }
+    static std::string read(const std::string& variable) {
+        return "Configuration space: read conf_" + variable + "\n";
+    }
+    static std::string write(const std::string& variable, const std::string& value) {
+        return "Configuration space: write " + variable + " = " + value + "\n";
+    }
+    /// What every mode but terminate does first.
+    static std::string start() {
+        std::string all = stopTimer("OS load, no action, 0.0 s");
+        for (const char* variable :
+             {"cabinet_location", "system_name", "system_biosversion", "system_description",
+              "system_contact", "server_cabinetmodel", "server_chassismodel", "server_serialnumber",
+              "server_operating_system", "server_vendorname", "server_IPAddress1",
+              "server_IPAddress2", "server_IPAddress3", "server_IPAddress4"}) {
+            all += read(variable);
+        }
+        for (const char* slot : {"1", "2", "3", "4"}) {
+            all += write(std::string("conf_server_IPAddress") + slot, "0.0.0.0");
+        }
+        return all;
+    }
+    static std::string readWatchdogVariables() {
+        return read("boot_watchdog_enable") + read("soft_watchdog_enable") +
+               read("boot_watchdog_time") + read("soft_watchdog_time") +
+               read("boot_watchdog_behaviour") + read("soft_watchdog_behaviour");
+    }
+};
+
+/// From start to end, with the soft watchdog on: foreground and daemon send the same.
+TEST_F(RunMode, theLastingModesSendExactlyThis) {
+    const std::string timer = "SMS/OS, no action, 300.0 s";
+    const std::string expected = start() + readWatchdogVariables() + stopTimer(timer) +
+                                 "Get Watchdog Timer\nReset Watchdog Timer\n" +
+                                 write("conf_server_IPAddress1", "10.0.0.1") + stopTimer(timer) +
+                                 "Agent communication: status\nAgent communication: disconnect\n";
+    pid_t agent = startSim({"--watchdog", "300"}, {"-n"});
+    awaitTrace("= 10.0.0.1");
+    ::kill(agent, SIGTERM);
+    await(agent);
+    EXPECT_EQ(exchanges(), expected);
+
+    clearTrace();
+    agent = startDaemon({"--watchdog", "300"});
+    awaitTrace("= 10.0.0.1");
+    ::kill(agent, SIGTERM);
+    await(agent);
+    EXPECT_EQ(exchanges(), expected);
+}
+
+TEST_F(RunMode, unknownOptionsGetTheUsage) {
+    const End end = run({TAV_INIT, "-s", "-x"});
+    EXPECT_EQ(end.code(), 1);
+    EXPECT_EQ(end.error, std::string("Usage: ") + TAV_INIT + " [-n] [-s] [-t]\n");
+    EXPECT_EQ(runSim({}, {"--wrong"}).code(), 1);
+    EXPECT_EQ(exchanges(), stopTimer("OS load, no action, 0.0 s"));
+}
+
+TEST_F(RunMode, withoutADeviceTheAgentSaysNothingAndSucceeds) {
+    for (const char* option : {"-s", "-t"}) {
+        const End end = run({TAV_INIT, option, "operand"});
+        EXPECT_EQ(end.code(), 0);
+        EXPECT_EQ(end.error, "");
+    }
+    EXPECT_THAT(log(), testing::IsEmpty());
+}
+
+TEST_F(RunMode, onceFillsTheConfigurationSpace) {
+    EXPECT_EQ(runSim({}, {"-t", "-s"}).code(), 0);
+    EXPECT_EQ(exchanges(), start() + write("conf_server_IPAddress1", "10.0.0.1"));
+}
+
+TEST_F(RunMode, terminateStopsTheWatchdogOnly) {
+    EXPECT_EQ(runSim({}, {"-s", "-t"}).code(), 0);
+    EXPECT_EQ(exchanges(),
+              stopTimer("OS load, no action, 0.0 s") + stopTimer("SMS/OS, no action, 0.0 s"));
+}
+
+TEST_F(RunMode, foregroundRunsUntilItIsSignalled) {
+    for (const int signal : {SIGTERM, SIGHUP, SIGINT}) {
+        clearTrace();
+        const pid_t agent = startSim({"--speed", "100", "--watchdog", "300"}, {"-n"});
+        awaitTrace("Reset Watchdog Timer", 2);
+        ::kill(agent, SIGALRM);
+        awaitTrace("Reset Watchdog Timer", 3);
+        ::kill(agent, signal);
+        const End end = await(agent);
+        EXPECT_EQ(end.code(), 1);
+        EXPECT_LT(end.took, std::chrono::seconds(2));
+        EXPECT_EQ(end.error, "");
+        EXPECT_THAT(trace(), HasSubstr("Agent communication: disconnect"));
+        EXPECT_THAT(logTexts(), testing::IsEmpty()) << "only the daemon speaks of signals";
+    }
+}
+
+TEST_F(RunMode, onceThenForegroundStaysUntilItIsSignalled) {
+    const pid_t agent = startSim({}, {"-n", "-s"});
+    awaitTrace("conf_server_IPAddress1", 3); // read, cleared, written
+    ::kill(agent, SIGTERM);
+    EXPECT_EQ(await(agent).code(), 1);
+}
+
+TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
+    ::umask(077);
+    const pid_t daemon = startDaemon({"--speed", "100", "--watchdog", "300"});
+    ::umask(022);
+    struct stat status {};
+    ASSERT_EQ(::stat(pidFile().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0644U);
+    EXPECT_EQ(contentOf(pidFile()), std::to_string(daemon) + "\n");
+    EXPECT_EQ(::getsid(daemon), daemon);
+    const std::string process = "/proc/" + std::to_string(daemon);
+    EXPECT_EQ(std::filesystem::read_symlink(process + "/cwd"), "/");
+    for (const char* stream : {"/fd/0", "/fd/1", "/fd/2"}) {
+        EXPECT_EQ(std::filesystem::read_symlink(process + stream), "/dev/null");
+    }
+
+    const End second = runSim({}, {});
+    EXPECT_EQ(second.code(), 0);
+    EXPECT_EQ(second.error, "It seems as if TAVD daemon is already running.\nDelete file: '" +
+                                pidFile() + "' if it does not\n");
+
+    awaitTrace("Reset Watchdog Timer", 1);
+    ::kill(daemon, SIGALRM);
+    awaitTrace("Reset Watchdog Timer", 2);
+    ::kill(daemon, SIGUSR1); // nobody's business any more
+    ::kill(daemon, SIGTERM);
+    const End end = await(daemon);
+    EXPECT_EQ(end.code(), 0);
+    EXPECT_LT(end.took, std::chrono::seconds(2));
+    EXPECT_EQ(contentOf(pidFile()), "");
+    EXPECT_THAT(trace(),
+                AllOf(HasSubstr("Agent communication: disconnect"), HasSubstr("10.0.0.1")));
+
+    std::vector<std::string> texts = logTexts();
+    texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
+    EXPECT_THAT(texts,
+                ElementsAre("starting", "Alarm signal received", "Termination signal received",
+                            "unable to remove file: " + pidFile()));
+    EXPECT_EQ(log()[0].ident, "tav_daemon");
+    EXPECT_EQ(log()[0].priority, infoOfLocal5);
+    EXPECT_EQ(log().back().pid, daemon);
+}
+
+TEST_F(RunMode, daemonNoticesANewAddress) {
+    const pid_t daemon = startDaemon({"--speed", "1000"});
+    shell("ip tuntap add tav1 mode tap; ip addr add 10.0.7.7/24 dev tav1");
+    awaitTrace("10.0.7.7");
+    shell("ip link del tav1");
+    ::kill(daemon, SIGINT);
+    EXPECT_EQ(await(daemon).code(), 0);
+}
+
+TEST_F(RunMode, anErrorOfTheInventoryEndsTheDaemonWithFailure) {
+    shell("ip addr add 10.0.0.2/24 dev tav0");
+    EXPECT_EQ(runSim({}, {}).code(), 0);
+    EXPECT_THAT(endOfChildren(), ElementsAre(1));
+    shell("ip addr del 10.0.0.2/24 dev tav0");
+    EXPECT_EQ(contentOf(pidFile()), "");
+    EXPECT_THAT(logTexts(), Contains(HasSubstr("if entry for tav0 is already existing.")));
+}
+
+TEST_F(RunMode, aPidFileThatCannotBeWrittenEndsTheStart) {
+    shell("mkdir -p " + root() + "/var/run; ln -s /nowhere/pid " + pidFile());
+    EXPECT_EQ(runSim({}, {}).code(), 1);
+    EXPECT_THAT(endOfChildren(), ElementsAre(1));
+}
+
+TEST_F(RunMode, aFullDiskLeavesNoPidFile) {
+    shell("mkdir -p " + root() + "/var/run; mount -t tmpfs -o size=4k,nr_inodes=3 tmpfs " + root() +
+          "/var/run; head -c 4096 /dev/zero > " + root() + "/var/run/filler");
+    EXPECT_EQ(runSim({}, {}).code(), 1);
+    EXPECT_THAT(endOfChildren(), ElementsAre(1));
+    EXPECT_NE(::access(pidFile().c_str(), F_OK), 0);
+    shell("umount " + root() + "/var/run");
+}
+
+TEST_F(RunMode, aChildOfInitDoesNotBecomeADaemon) {
+    const End end = run({"unshare", "--pid", "--fork", "sh", "-c",
+                         std::string(TAV_SIM) + " --root " + root() + " -- & wait $!"});
+    EXPECT_EQ(end.code(), 1);
+    EXPECT_EQ(contentOf(pidFile()), "");
+}
+
+TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
+    const std::string sim =
+        std::string(TAV_SIM) + " --trace " + root() + "/stdout --root " + root();
+    EXPECT_EQ(run({"sh", "-c", "exec " + sim + " -- -s <&- >&- 2>&-"}).code(), 0);
+    EXPECT_EQ(exchanges(), start() + write("conf_server_IPAddress1", "10.0.0.1"));
+    EXPECT_EQ(run({"sh", "-c", "exec " + sim + " -- <&- >&- 2>&-"}).code(), 0);
+    const pid_t pid = daemon();
+    EXPECT_EQ(contentOf(pidFile()), std::to_string(pid) + "\n");
+    ::kill(pid, SIGTERM);
+    EXPECT_EQ(await(pid).code(), 0);
+}
+
+/// Five seconds for the exchange under way and two for the rest, twenty times faster.
+TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
+    for (const char* mode : {"-n", ""}) {
+        clearTrace();
+        std::vector<std::string> agent;
+        if (*mode != '\0') {
+            agent.emplace_back(mode);
+        }
+        pid_t pid =
+            startSim({"--speed", "20", "--fault", "17+:silent", "--watchdog", "300"}, agent);
+        awaitTrace("no answer", 2);
+        if (*mode == '\0') {
+            EXPECT_EQ(await(pid).code(), 0);
+            pid = anyChild().value();
+        }
+        ::kill(pid, SIGTERM);
+        const End end = await(pid);
+        EXPECT_EQ(end.code(), *mode == '\0' ? 0 : 1);
+        EXPECT_LT(end.took, std::chrono::milliseconds(7000 / 20 + 150)) << trace();
+    }
+}
+
+} // namespace

@@ -1,0 +1,233 @@
+#include "rig.h"
+#include "tavConfSpaceData.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+using Getter = std::string (TavConfSpaceData::*)() const;
+using Setter = bool (TavConfSpaceData::*)(const std::string&);
+
+struct StringVariable {
+    std::uint16_t id;
+    Getter get;
+    Setter set;
+};
+
+const StringVariable strings[] = {
+    {512, &TavConfSpaceData::getCabinetLocation, &TavConfSpaceData::setCabinetLocation},
+    {513, &TavConfSpaceData::getSystemName, &TavConfSpaceData::setSystemName},
+    {514, &TavConfSpaceData::getBiosVersion, &TavConfSpaceData::setBiosVersion},
+    {515, &TavConfSpaceData::getSystemDescription, &TavConfSpaceData::setSystemDescription},
+    {516, &TavConfSpaceData::getSystemContact, &TavConfSpaceData::setSystemContact},
+    {517, &TavConfSpaceData::getServerCabinetModel, &TavConfSpaceData::setServerCabinetModel},
+    {518, &TavConfSpaceData::getServerChassisModel, &TavConfSpaceData::setServerChassisModel},
+    {519, &TavConfSpaceData::getServerSerialNumber, &TavConfSpaceData::setServerSerialNumber},
+    {527, &TavConfSpaceData::getServerOperatingSystem, &TavConfSpaceData::setServerOperatingSystem},
+    {520, &TavConfSpaceData::getServerVendorName, &TavConfSpaceData::setServerVendorName}};
+
+sim::Bytes bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
+class ConfSpace : public Rig {
+  public:
+    ConfSpace() {
+        for (const StringVariable& variable : strings) {
+            bmc.confSpace.values[variable.id] = bytesOf("value " + std::to_string(variable.id));
+        }
+    }
+};
+
+TEST_F(ConfSpace, readsEveryVariableOnceAndInOrder) {
+    bmc.confSpace.values[516] = {};
+    bmc.confSpace.values[517] = {'a', 0, 'b'};
+    bmc.confSpace.setText(522, "192.0.2.7");
+    bmc.confSpace.values[523] = sim::Bytes(16, 9);
+    const TavConfSpaceData data(false);
+    EXPECT_TRUE(data.isAvailable());
+    EXPECT_EQ(data.getSystemName(), "value 513");
+    EXPECT_EQ(data.getServerVendorName(), "value 520");
+    EXPECT_EQ(data.getSystemContact(), "");
+    EXPECT_EQ(data.getServerCabinetModel(), std::string("a\0b", 3));
+    EXPECT_EQ(std::string(data.getIpAddr_1()), "192.0.2.7");
+    EXPECT_FALSE(data.getIpAddr_2()) << "no IPv4 address has 16 bytes";
+    std::vector<int> order;
+    for (const sim::Exchange& one : exchanges) {
+        ASSERT_EQ(one.request.size(), 7U);
+        order.push_back(one.request[5] + 256 * one.request[6]);
+    }
+    EXPECT_THAT(order,
+                ElementsAre(512, 513, 514, 515, 516, 517, 518, 519, 527, 520, 522, 523, 524, 525));
+    EXPECT_EQ(requests()[0], "2e/e0: d9 7e 00 01 00 00 02");
+}
+
+TEST_F(ConfSpace, asksForTheBladeNumberOnABladeOnly) {
+    bmc.confSpace.values[8960] = {11};
+    EXPECT_EQ(TavConfSpaceData(false).getBladeNumber(), 0U);
+    const std::size_t plain = exchanges.size();
+    EXPECT_EQ(TavConfSpaceData(true).getBladeNumber(), 11U);
+    EXPECT_EQ(exchanges.size(), 2 * plain + 1);
+}
+
+TEST_F(ConfSpace, oneRefusalOfTheFirstVariableEndsIt) {
+    device.misbehave("1:cc=0xC1");
+    const TavConfSpaceData data(false);
+    EXPECT_FALSE(data.isAvailable());
+    EXPECT_EQ(data.getCabinetLocation(), "- unknown -");
+    EXPECT_EQ(exchanges.size(), 1U);
+}
+
+TEST_F(ConfSpace, readsAsFarAsTheDeviceGoes) {
+    device.misbehave("5:errno=EIO@send");
+    const TavConfSpaceData data(false);
+    EXPECT_TRUE(data.isAvailable());
+    EXPECT_EQ(data.getSystemDescription(), "value 515");
+    EXPECT_EQ(data.getSystemContact(), "- unknown -");
+    EXPECT_EQ(exchanges.size(), 5U);
+}
+
+/// Every promise of a length field against every number of bytes received.
+TEST_F(ConfSpace, believesALengthOnlyIfTheBytesAreThere) {
+    for (std::size_t promised = 0; promised <= 255; promised += 5) {
+        for (const std::size_t received : {std::size_t{0}, std::size_t{4}, std::size_t{5},
+                                           promised + 4, promised + 5, promised + 6}) {
+            device.behave();
+            bmc.confSpace.values[512] = sim::Bytes(promised, 'x');
+            device.misbehave("1+:length=" + std::to_string(received));
+            const TavConfSpaceData data(false);
+            const bool whole = received >= promised + 5;
+            EXPECT_EQ(data.isAvailable(), whole) << promised << " in " << received;
+            EXPECT_EQ(data.getCabinetLocation(),
+                      whole ? std::string(promised, 'x') : "- unknown -");
+        }
+    }
+}
+
+TEST_F(ConfSpace, stringSettersWriteTheirVariable) {
+    TavConfSpaceData data(false);
+    for (const StringVariable& variable : strings) {
+        EXPECT_TRUE((data.*variable.set)("new"));
+        EXPECT_EQ((data.*variable.get)(), "new");
+        const std::string expected = variable.id == 519 ? "value 520" : "new";
+        EXPECT_EQ(bmc.confSpace.values[variable.id], bytesOf(expected)) << variable.id;
+    }
+    EXPECT_TRUE(data.setSystemName(std::string(255, 'n')));
+    EXPECT_EQ(exchanges.back().request.size(), 263U);
+    const std::size_t before = exchanges.size();
+    EXPECT_FALSE(data.setSystemName(std::string(256, 'n')));
+    EXPECT_EQ(exchanges.size(), before);
+}
+
+TEST_F(ConfSpace, anEmptyStringUnnamesTheSystem) {
+    TavConfSpaceData data(false);
+    EXPECT_TRUE(data.setSystemContact(""));
+    EXPECT_EQ(data.getSystemContact(), "value 516");
+    EXPECT_EQ(bmc.confSpace.values[516], bytesOf("value 516"));
+    EXPECT_EQ(data.getSystemName(), "- unknown -");
+}
+
+TEST_F(ConfSpace, numbersGoOutLittleEndian) {
+    TavConfSpaceData data(false);
+    exchanges.clear();
+    IPv4Address address;
+    address = "10.1.2.3";
+    EXPECT_TRUE(data.setIpAddr_4(address));
+    EXPECT_TRUE(data.setSoftWatchdogEnabled(true));
+    EXPECT_TRUE(data.setBootWatchdogEnabled(false));
+    EXPECT_TRUE(data.setSoftWatchdogTime(300));
+    EXPECT_TRUE(data.setBootWatchdogTime(0x0102));
+    EXPECT_TRUE(data.setSoftWatchdogBehaviour(TavConfSpaceData::watchdog_behaviour_powercycle));
+    EXPECT_TRUE(data.setBootWatchdogBehaviour(TavConfSpaceData::watchdog_behaviour_reset));
+    EXPECT_THAT(
+        requests(),
+        ElementsAre("2e/e0: d9 7e 00 02 00 0d 02 04 0a 01 02 03",
+                    "2e/e0: d9 7e 00 02 00 42 00 01 01", "2e/e0: d9 7e 00 02 00 40 00 01 00",
+                    "2e/e0: d9 7e 00 02 00 43 00 02 2c 01", "2e/e0: d9 7e 00 02 00 41 00 02 02 01",
+                    "2e/e0: d9 7e 00 02 00 75 00 01 04", "2e/e0: d9 7e 00 02 00 74 00 01 02"));
+}
+
+TEST_F(ConfSpace, aFailedWriteLeavesTheMirrorAsItWas) {
+    TavConfSpaceData data(false);
+    IPv4Address address;
+    address = "10.1.2.3";
+    for (const char* fault :
+         {"1+:cc=0xC9", "1+:silent", "1+:length=0", "1+:errno=EIO@open", "1+:foreign-id"}) {
+        device.behave();
+        device.misbehave(fault);
+        EXPECT_FALSE(data.setSystemName("other")) << fault;
+        EXPECT_EQ(data.getSystemName(), "value 513");
+        EXPECT_FALSE(data.setIpAddr_1(address)) << fault;
+        EXPECT_FALSE(data.getIpAddr_1());
+        EXPECT_FALSE(data.setSoftWatchdogTime(777)) << fault;
+        EXPECT_EQ(data.getSoftWatchdogTime(), 0U);
+    }
+}
+
+TEST_F(ConfSpace, watchdogVariablesAreReadUpToTheFirstThatFails) {
+    for (const auto& [id, text] : {std::pair{64, "enabled"},
+                                   {66, "enabled"},
+                                   {65, "301"},
+                                   {67, "302"},
+                                   {116, "2"},
+                                   {117, "4"}}) {
+        bmc.confSpace.setText(static_cast<std::uint16_t>(id), text);
+    }
+    const std::uint16_t order[] = {64, 66, 65, 67, 116, 117};
+    for (unsigned failing = 0; failing <= std::size(order); ++failing) {
+        TavConfSpaceData data(false);
+        device.behave();
+        if (failing < std::size(order)) {
+            device.misbehave(std::to_string(exchanges.size() + failing + 1) + ":length=5");
+        }
+        data.updateWatchdogParameter();
+        EXPECT_EQ(data.getBootWatchdogEnabled(), failing > 0);
+        EXPECT_EQ(data.getSoftWatchdogEnabled(), failing > 1);
+        EXPECT_EQ(data.getBootWatchdogTime(), failing > 2 ? 301 : 0);
+        EXPECT_EQ(data.getSoftWatchdogTime(), failing > 3 ? 302 : 0);
+        EXPECT_EQ(data.getBootWatchdogBehaviour(), failing > 4 ? 2 : 0);
+        EXPECT_EQ(data.getSoftWatchdogBehaviour(), failing > 5 ? 4 : 0);
+    }
+}
+
+TEST_F(ConfSpace, oddWatchdogValues) {
+    TavConfSpaceData data(false);
+    bmc.confSpace.values[66] = {2};  // only 1 means enabled
+    bmc.confSpace.values[116] = {3}; // no such behaviour: kept, and the reading goes on
+    bmc.confSpace.setText(117, "2");
+    data.updateWatchdogParameter();
+    EXPECT_FALSE(data.getSoftWatchdogEnabled());
+    EXPECT_EQ(data.getBootWatchdogBehaviour(), TavConfSpaceData::watchdog_behaviour_continue);
+    EXPECT_EQ(data.getSoftWatchdogBehaviour(), TavConfSpaceData::watchdog_behaviour_reset);
+    bmc.confSpace.values[65] = {9}; // one byte short
+    bmc.confSpace.setText(117, "4");
+    data.updateWatchdogParameter();
+    EXPECT_EQ(data.getSoftWatchdogBehaviour(), TavConfSpaceData::watchdog_behaviour_reset);
+}
+
+TEST_F(ConfSpace, agentConnectionIsChangedOnlyIfTheBmcSaysSo) {
+    const std::string status = "2e/02: d9 7e 00 08";
+    const std::string connect = "2e/02: d9 7e 00 01";
+    const std::string disconnect = "2e/02: d9 7e 00 02";
+    TavConfSpaceData data(false);
+    const auto traffic = [this](bool connected, const auto& change) {
+        bmc.agentConnection.connected = connected;
+        exchanges.clear();
+        EXPECT_TRUE(change());
+        return requests();
+    };
+    const auto goes = [&data] { return data.sendAgentDisconnect(); };
+    const auto comes = [&data] { return data.sendAgentConnect(); };
+    EXPECT_THAT(traffic(false, goes), ElementsAre(status));
+    EXPECT_THAT(traffic(true, goes), ElementsAre(status, disconnect));
+    EXPECT_FALSE(bmc.agentConnection.connected);
+    EXPECT_THAT(traffic(true, comes), ElementsAre(status));
+    EXPECT_THAT(traffic(false, comes), ElementsAre(status, connect));
+    // A status that cannot be read leaves the last known state in force: connected.
+    device.misbehave(std::to_string(device.exchangeCount() + 1) + ":length=5");
+    EXPECT_THAT(traffic(true, goes), ElementsAre(status, disconnect));
+    device.misbehave("1+:errno=EIO@send");
+    EXPECT_FALSE(data.sendAgentDisconnect());
+}
+
+} // namespace

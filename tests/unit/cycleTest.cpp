@@ -1,0 +1,193 @@
+#include "rig.h"
+#include "tavServerInfo.h"
+
+#include <cerrno>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+/// The information cycle on a host with the interfaces tav1, tav2, ... of 10.0.N.1.
+class Cycle : public Rig {
+  public:
+    ~Cycle() override { removeInterfaces(); }
+
+    static void addInterface(int number, const std::string& extra = "") {
+        const std::string name = "tav" + std::to_string(number);
+        shell("ip tuntap add " + name + " mode tap; ip addr add 10.0." + std::to_string(number) +
+              ".1/24 dev " + name + ";" + extra);
+    }
+
+    /// Runs the thread mode for that many waits; `between` runs in each.
+    void runThread(std::size_t iterations, const std::function<void(std::size_t)>& between = {}) {
+        clock.onWait = [this, iterations, between] {
+            if (between) {
+                between(clock.waits.size());
+            }
+            if (clock.waits.size() < iterations) {
+                return ETIMEDOUT;
+            }
+            news.release();
+            return 0;
+        };
+        const TavServerInfo server(TavServerInfo::run_mode_thread);
+        news.acquire();
+    }
+
+    std::string slot(unsigned number) const {
+        return hex(bmc.confSpace.values.at(static_cast<std::uint16_t>(521 + number)));
+    }
+
+    std::size_t count(const std::string& request) const {
+        const auto all = requests();
+        return static_cast<std::size_t>(std::count_if(
+            all.begin(), all.end(), [&](const auto& one) { return one.starts_with(request); }));
+    }
+};
+
+const std::string writeFirstSlot = "2e/e0: d9 7e 00 02 00 0a 02 04 0a";
+const std::string resetTimer = "06/22: ";
+
+TEST_F(Cycle, onceFillsFourSlotsInIndexOrder) {
+    for (int number = 1; number <= 6; ++number) {
+        addInterface(number);
+    }
+    const TavServerInfo server(TavServerInfo::run_mode_once);
+    EXPECT_EQ(slot(1), "0a 00 01 01");
+    EXPECT_EQ(slot(4), "0a 00 04 01");
+    // 14 reads, 4 slots cleared, 4 written; no watchdog, no agent connection.
+    EXPECT_EQ(exchanges.size(), 22U);
+    EXPECT_EQ(exchanges.back().request[5], 0x0D);
+    EXPECT_TRUE(clock.waits.empty());
+}
+
+TEST_F(Cycle, theFirstFailureStopsTheFilling) {
+    for (int number = 1; number <= 3; ++number) {
+        addInterface(number);
+    }
+    device.misbehave("20:cc=0xC0"); // the second slot written
+    const TavServerInfo server(TavServerInfo::run_mode_once);
+    EXPECT_EQ(slot(1), "0a 00 01 01");
+    EXPECT_EQ(slot(2), "00 00 00 00");
+    EXPECT_EQ(slot(3), "00 00 00 00");
+    EXPECT_EQ(exchanges.size(), 20U);
+}
+
+TEST_F(Cycle, terminateOnlyStopsTheTimer) {
+    const TavServerInfo server(TavServerInfo::run_mode_terminate);
+    EXPECT_THAT(requests(), ElementsAre("06/25: ", "06/24: 04 00 00 10 00 00"));
+}
+
+TEST_F(Cycle, withoutABmcTheCycleGoesOn) {
+    device.setNodePresent(false);
+    runThread(20);
+    EXPECT_EQ(clock.waits.size(), 20U);
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(Cycle, anUnchangedHostIsPushedOnce) {
+    addInterface(1); // with lo that makes two: identical inventories match
+    runThread(13);
+    EXPECT_THAT(clock.waits, testing::Each(20U));
+    EXPECT_EQ(count(writeFirstSlot), 1U);
+}
+
+TEST_F(Cycle, anotherInterfaceIsPushedAtTheNextInventory) {
+    addInterface(1);
+    runThread(13, [](std::size_t wait) {
+        if (wait == 2) {
+            addInterface(2);
+        }
+    });
+    EXPECT_EQ(slot(1), "0a 00 01 01");
+    EXPECT_EQ(slot(2), "0a 00 02 01");
+    // Three identical interfaces count as changed, so the last pass pushes them again.
+    EXPECT_EQ(count(writeFirstSlot), 3U);
+}
+
+/// The detector's matching takes a change of the second of two interfaces for none.
+TEST_F(Cycle, aChangedAddressOfTheSecondInterfaceGoesUnnoticed) {
+    addInterface(1);
+    runThread(13, [](std::size_t wait) {
+        if (wait == 2) {
+            shell("ip addr del 10.0.1.1/24 dev tav1; ip addr add 10.0.9.9/24 dev tav1");
+        }
+    });
+    EXPECT_EQ(slot(1), "0a 00 01 01");
+}
+
+TEST_F(Cycle, aHostWithNothingToShowIsTriedAgain) {
+    runThread(13, [](std::size_t wait) {
+        if (wait == 7) {
+            addInterface(1);
+        }
+    });
+    EXPECT_EQ(slot(1), "0a 00 01 01");
+}
+
+TEST_F(Cycle, theWatchdogSetsThePace) {
+    bmc.confSpace.setText(66, "enabled");
+    bmc.confSpace.setText(67, "300");
+    runThread(24);
+    // 300 seconds: a reset is due every 100, so after every 5 waits of 20 seconds.
+    EXPECT_EQ(count(resetTimer), 5U);
+    EXPECT_EQ(clock.alarms.front(), 150U);
+    EXPECT_FALSE(bmc.watchdog.state().running) << "stopped on the way out";
+    EXPECT_FALSE(bmc.watchdog.state().expirationFlags) << "never ran out";
+    EXPECT_FALSE(bmc.agentConnection.connected);
+}
+
+/// The countdown that the BMC itself reports decides: when it loses the timer, the cycle goes on.
+TEST_F(Cycle, aWatchdogThatFailsIsTriedAtEveryIteration) {
+    bmc.confSpace.setText(66, "enabled");
+    runThread(6, [this](std::size_t wait) {
+        if (wait == 1) {
+            device.misbehave("1+:errno=EIO@send");
+        }
+    });
+    EXPECT_EQ(clock.waits.size(), 6U);
+}
+
+TEST_F(Cycle, anErrorOfTheInventoryEndsTheCycleInOrder) {
+    addInterface(1, "ip addr add 10.0.1.2/24 dev tav1");
+    bmc.confSpace.setText(66, "enabled");
+    runThread(1);
+    ASSERT_EQ(log.size(), 1U);
+    EXPECT_EQ(log[0].priority, 3);
+    EXPECT_THAT(log[0].text, HasSubstr("if entry for tav1 is already existing."));
+    EXPECT_TRUE(clock.waits.empty());
+    EXPECT_FALSE(bmc.watchdog.state().running);
+    EXPECT_FALSE(bmc.agentConnection.connected);
+}
+
+/// Whatever single exchange goes wrong in whatever way, the cycle ends where it should.
+TEST_F(Cycle, survivesEveryFaultAtEveryExchange) {
+    addInterface(1);
+    unsigned points = 0;
+    for (const char* fault : {"cc=0xFF", "silent", "length=0", "length=1", "length=2", "length=272",
+                              "length=273", "foreign-id", "events=5", "type=9", "errno=EIO@open",
+                              "errno=ENODEV@send", "errno=EIO@wait", "errno=EIO@receive"}) {
+        for (const char* lasting : {"", "+"}) {
+            for (unsigned number = 1;; ++number) {
+                bmc.confSpace = {};
+                bmc.confSpace.setText(66, "enabled");
+                device.behave();
+                exchanges.clear();
+                clock.waits.clear();
+                const unsigned at = device.exchangeCount() + number;
+                device.misbehave(std::to_string(at) + lasting + ":" + fault);
+                runThread(2);
+                ++points;
+                ASSERT_EQ(clock.waits.size(), 2U) << fault << " at " << number;
+                if (device.exchangeCount() < at) {
+                    break;
+                }
+            }
+        }
+    }
+    EXPECT_TRUE(log.empty());
+    RecordProperty("points", static_cast<int>(points));
+}
+
+} // namespace

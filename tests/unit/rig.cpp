@@ -1,0 +1,115 @@
+#include "rig.h"
+
+#include "sysLog.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <sched.h>
+#include <sys/wait.h>
+
+namespace {
+
+Rig* rig = nullptr;
+
+} // namespace
+
+IpmiDevice& ipmiDevice() noexcept {
+    return rig->device;
+}
+AgentClock& agentClock() noexcept {
+    return rig->clock;
+}
+const HostPaths& hostPaths() noexcept {
+    return rig->paths;
+}
+
+void openSysLog(const char* /*ident*/, int /*options*/, int /*facility*/) noexcept {}
+void closeSysLog() noexcept {}
+void sysLog(int priority, const char* format, ...) noexcept {
+    std::array<char, 1024> text{};
+    va_list arguments;
+    va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is not seen through
+    EXPECT_GE(std::vsnprintf(text.data(), text.size(), format, arguments), 0);
+    va_end(arguments);
+    rig->log.push_back({priority, text.data()});
+    rig->news.release();
+}
+
+void FakeClock::waitForSignal(unsigned seconds, const sigset_t& /*mask*/) noexcept {
+    waits.push_back(seconds);
+    pass(std::chrono::seconds(seconds));
+}
+
+int FakeClock::waitForCondition(pthread_cond_t& /*condition*/, pthread_mutex_t& /*mutex*/,
+                                unsigned seconds) noexcept {
+    waits.push_back(seconds);
+    pass(std::chrono::seconds(seconds));
+    return onWait();
+}
+
+Rig::Rig() :
+    bmc([this] { return clock.now; }), device(bmc, [this](std::chrono::microseconds span) {
+        clock.pass(span);
+        return true;
+    }) {
+    rig = this;
+    std::string folder = std::filesystem::temp_directory_path() / "tavXXXXXX";
+    const std::string root = ::mkdtemp(folder.data());
+    paths = {root + "/tavd.pid", root + "/product", root + "/versions"};
+    device.observe([this](const sim::Exchange& exchange) { exchanges.push_back(exchange); });
+}
+
+Rig::~Rig() {
+    EXPECT_EQ(device.openCount(), 0U) << "descriptors of the IPMI device left open";
+    std::filesystem::remove_all(std::filesystem::path(paths.pidFile).parent_path());
+    rig = nullptr;
+}
+
+std::vector<std::string> Rig::requests() const {
+    std::vector<std::string> lines;
+    for (const sim::Exchange& exchange : exchanges) {
+        lines.push_back(hex(std::array{exchange.netfn}) + "/" + hex(std::array{exchange.cmd}) +
+                        ": " + hex(exchange.request));
+    }
+    return lines;
+}
+
+void Rig::writeFile(const std::string& path, const std::string& content) const {
+    std::ofstream(path) << content;
+}
+
+std::string hex(std::span<const unsigned char> bytes) {
+    std::string text;
+    constexpr const char* digits = "0123456789abcdef";
+    for (const unsigned char byte : bytes) {
+        text += text.empty() ? "" : " ";
+        text += digits[byte >> 4U];
+        text += digits[byte & 0x0FU];
+    }
+    return text;
+}
+
+void removeInterfaces() {
+    shell("for i in $(ip -o link | grep -o 'tav[0-9]*'); do ip link del $i; done");
+}
+
+void shell(const std::string& command) {
+    const int status = std::system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
+}
+
+/// The interfaces that the tests make are theirs alone.
+int main(int argc, char** argv) {
+    ::testing::InitGoogleMock(&argc, argv);
+    if (::unshare(CLONE_NEWNET) != 0 || std::system("ip link set lo up") != 0) {
+        std::perror("a network namespace of its own is needed");
+        return EXIT_FAILURE;
+    }
+    return RUN_ALL_TESTS();
+}

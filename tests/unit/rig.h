@@ -1,0 +1,70 @@
+#pragma once
+
+#include "agentClock.h"
+#include "hostPaths.h"
+#include "simDevice.h"
+
+#include <functional>
+#include <semaphore>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+/// A clock that stands still until somebody waits; every wait is over at once.
+class FakeClock final : public AgentClock {
+  public:
+    std::chrono::milliseconds monotonic() noexcept override { return now; }
+    void waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override;
+    int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
+                         unsigned seconds) noexcept override;
+    void alarm(unsigned seconds) noexcept override { alarms.push_back(seconds); }
+
+    void pass(std::chrono::microseconds span) {
+        now += std::chrono::duration_cast<std::chrono::milliseconds>(span);
+    }
+
+    std::chrono::milliseconds now{1000};
+    std::vector<unsigned> alarms;
+    std::vector<unsigned> waits;
+    /// Called in each wait on a condition; gives its result.
+    std::function<int()> onWait = [] { return 0; };
+};
+
+/// The agent's seams for one test: a fake clock, a simulated BMC, host files in a folder of their
+/// own, and all that was logged.
+class Rig : public ::testing::Test {
+  public:
+    Rig();
+    ~Rig() override;
+
+    struct LogLine {
+        int priority;
+        std::string text;
+        bool operator==(const LogLine&) const = default;
+    };
+
+    /// Exchanges as "netfn/cmd: request bytes" in hex, such as "06/25:" or "2e/e0: d9 7e 00 01
+    /// ...".
+    std::vector<std::string> requests() const;
+    void writeFile(const std::string& path, const std::string& content) const;
+
+    FakeClock clock;
+    sim::Bmc bmc;
+    sim::SimDevice device;
+    HostPaths paths;
+    /// Released when something was logged, and by tests that wait for another thread.
+    std::counting_semaphore<> news{0};
+    std::vector<sim::Exchange> exchanges;
+    std::vector<LogLine> log;
+};
+
+std::string hex(std::span<const unsigned char> bytes);
+
+/// Removes the test's interfaces tav0, tav1, ...
+void removeInterfaces();
+
+/// Runs a shell command; the test fails when the command does.
+void shell(const std::string& command);

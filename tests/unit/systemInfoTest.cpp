@@ -1,0 +1,108 @@
+#include "rig.h"
+#include "tavServerInfo.h"
+#include "tavSystemInfo.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+using tavSystemInfo::TavSystemInfo;
+using testing::MatchesRegex;
+
+namespace {
+
+const char* kernelName = nullptr; ///< what uname(2) says for this test; "" makes it fail
+
+} // namespace
+
+extern "C" int uname(utsname* buffer) {
+    if (kernelName != nullptr && *kernelName == '\0') {
+        errno = EFAULT;
+        return -1;
+    }
+    const long result = ::syscall(SYS_uname, buffer);
+    if (kernelName != nullptr) {
+        *std::copy_n(kernelName, std::strlen(kernelName), buffer->sysname) = '\0';
+        *std::copy_n("7.0.3", 5, buffer->release) = '\0';
+    }
+    return static_cast<int>(result);
+}
+
+namespace {
+
+class SystemInfo : public Rig {
+  public:
+    ~SystemInfo() override {
+        kernelName = nullptr;
+        ::unsetenv("TZ");
+        ::tzset();
+    }
+    std::string productName() const {
+        return TavServerInfo(TavServerInfo::run_mode_none).getProductName();
+    }
+};
+
+TEST_F(SystemInfo, typeComesFromTheKernelsName) {
+    const std::pair<const char*, int> cases[] = {
+        {"Linux", 36}, {"VMkernel", 104}, {"linux", 0}, {"Linux2", 0}};
+    for (const auto& [name, type] : cases) {
+        kernelName = name;
+        EXPECT_EQ(TavSystemInfo().getOSType(), type) << name;
+    }
+    kernelName = "";
+    EXPECT_THROW(TavSystemInfo(), tavSystemInfo::TavSystemInfoError);
+    EXPECT_EQ(productName(), "VMware ESXi");
+    ASSERT_FALSE(log.empty());
+    EXPECT_THAT(log.back().text, testing::HasSubstr("Uname returned error (Bad address)"));
+}
+
+TEST_F(SystemInfo, datesCarryTheOffsetFromUtc) {
+    const std::pair<const char*, const char*> zones[] = {
+        {"UTC0", "\\+000"}, {"XXX-1", "\\+060"}, {"XXX-5:30", "\\+330"}, {"XXX5", "--300"}};
+    for (const auto& [zone, offset] : zones) {
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+        EXPECT_THAT(TavSystemInfo().getSysUpTimeStr(),
+                    MatchesRegex(std::string("[0-9]{14}\\.000000") + offset));
+        EXPECT_THAT(TavSystemInfo::getDateTimeStr(),
+                    MatchesRegex(std::string("[0-9]{14}\\.[0-9]{6}") + offset));
+    }
+    EXPECT_LE(TavSystemInfo().getSysUpTime(), TavSystemInfo::getDateTime());
+}
+
+TEST_F(SystemInfo, productNameIsReadOnEsxiOnly) {
+    writeFile(paths.productString, "Product 1\nmore\n");
+    EXPECT_EQ(productName(), "VMware ESXi");
+    EXPECT_EQ(TavServerInfo(TavServerInfo::run_mode_none).getRelease(), "");
+    kernelName = "VMkernel";
+    EXPECT_EQ(productName(), "Product 1");
+    EXPECT_EQ(TavServerInfo(TavServerInfo::run_mode_none).getRelease(), "7.0.3");
+    const std::pair<std::string, std::string> cases[] = {
+        {"no newline", "no newline"},
+        {std::string(255, 'a') + "\nb", std::string(255, 'a')},
+        {std::string(256, 'a'), std::string(255, 'a')},
+        {std::string(1 << 20, 'a'), std::string(255, 'a')},
+        {"", "VMware ESXi"}};
+    for (const auto& [content, name] : cases) {
+        writeFile(paths.productString, content);
+        EXPECT_EQ(productName(), name);
+    }
+    ::unlink(paths.productString.c_str());
+    EXPECT_EQ(productName(), "VMware ESXi");
+    ASSERT_EQ(::symlink("/proc", paths.productString.c_str()), 0);
+    EXPECT_EQ(productName(), "VMware ESXi") << "a folder is no file";
+}
+
+TEST_F(SystemInfo, versionLineIsFoundByItsText) {
+    EXPECT_EQ(TavServerInfo::getVibVersionString("provider"), "");
+    writeFile(paths.vibVersions, "one 1.0\nprovider 2.0\nprovider 3.0");
+    EXPECT_EQ(TavServerInfo::getVibVersionString("provider"), "provider 2.0");
+    EXPECT_EQ(TavServerInfo::getVibVersionString("3.0"), "provider 3.0");
+    EXPECT_EQ(TavServerInfo::getVibVersionString("none"), "");
+}
+
+} // namespace
