@@ -1,0 +1,99 @@
+// The cost of one exchange: device calls, heap blocks, time.
+
+#include "agentClock.h"
+#include "hostPaths.h"
+#include "ipmiDevice.h"
+#include "tavIpmi.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+std::atomic<unsigned long> heapBlocks{0};
+
+/// Answers every request at once with 16 bytes, and counts what it is asked.
+class InstantDevice final : public IpmiDevice {
+  public:
+    int open(const char* /*path*/) noexcept override { return count(3); }
+    int send(int /*fd*/, ipmi_req& request) noexcept override {
+        msgid = request.msgid;
+        return count(0);
+    }
+    int wait(int /*fd*/, fd_set& /*readable*/, timeval& /*budget*/) noexcept override {
+        return count(1);
+    }
+    int receive(int /*fd*/, ipmi_recv& record) noexcept override {
+        record.recv_type = IPMI_RESPONSE_RECV_TYPE;
+        record.msgid = msgid;
+        record.msg.data_len = 16;
+        std::memset(record.msg.data, 0, 16);
+        return count(0);
+    }
+    int close(int /*fd*/) noexcept override { return count(0); }
+
+    unsigned long calls{0};
+
+  private:
+    int count(int result) noexcept {
+        ++calls;
+        return result;
+    }
+    long msgid{0};
+};
+
+class StillClock final : public AgentClock {
+  public:
+    std::chrono::milliseconds monotonic() noexcept override { return {}; }
+    void waitForSignal(unsigned /*seconds*/, const sigset_t& /*mask*/) noexcept override {}
+    int waitForCondition(pthread_cond_t& /*condition*/, pthread_mutex_t& /*mutex*/,
+                         unsigned /*seconds*/) noexcept override {
+        return 0;
+    }
+    void alarm(unsigned /*seconds*/) noexcept override {}
+};
+
+InstantDevice device;
+
+void exchange(benchmark::State& state) {
+    const unsigned long calls = device.calls;
+    const unsigned long blocks = heapBlocks;
+    while (state.KeepRunning()) {
+        const tavIpmi::TavIpmi ipmi(0, 0, tavIpmi::TavIpmi::ipmiSystemInterface);
+        tavIpmi::TavIpmi_request_msg msg(tavIpmi::ipmi_netfn_req_app,
+                                         tavIpmi::ipmi_cmd_get_device_id);
+        benchmark::DoNotOptimize(tavIpmi::exchange(ipmi, msg));
+    }
+    const auto per = [&state](unsigned long number) {
+        return benchmark::Counter(static_cast<double>(number) /
+                                  static_cast<double>(state.iterations()));
+    };
+    state.counters["device_calls"] = per(device.calls - calls);
+    state.counters["heap_blocks"] = per(heapBlocks - blocks);
+}
+BENCHMARK(exchange);
+
+} // namespace
+
+IpmiDevice& ipmiDevice() noexcept {
+    return device;
+}
+AgentClock& agentClock() noexcept {
+    static StillClock clock;
+    return clock;
+}
+const HostPaths& hostPaths() noexcept {
+    static const HostPaths paths;
+    return paths;
+}
+
+// Counts every block of the heap, whoever asks for it.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" void* __libc_malloc(std::size_t size);
+extern "C" void* malloc(std::size_t size) noexcept {
+    ++heapBlocks;
+    return __libc_malloc(size);
+}

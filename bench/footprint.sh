@@ -1,0 +1,48 @@
+#!/bin/bash
+# Whole-process figures of the release binary: size, libraries, system calls up to the first open of
+# the device, memory at rest, memory over ten thousand cycles.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+agent=build/release/src/sbin/tav_init
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+strip -o "$work/stripped" $agent
+echo "stripped size:                     $(stat -c %s "$work/stripped") bytes"
+echo "shared libraries besides the loader: $(ldd $agent | grep -c '=> /')"
+
+strace -o "$work/calls" $agent -t
+echo "system calls to the first open:    $(grep -n -m1 /dev/ipmi0 "$work/calls" | cut -d: -f1)"
+run_time() { # microseconds that 500 runs of a program took, each
+    local begin
+    begin=$(date +%s%N)
+    for _ in $(seq 500); do "$@"; done
+    echo $((($(date +%s%N) - begin) / 500000))
+}
+echo "a whole run without a device:      $(run_time $agent -t) us; of /bin/true: $(run_time /bin/true) us"
+
+resident() { awk '/^VmRSS/ { print $2 }' "/proc/$1/status"; }
+
+$agent -n &
+pid=$!
+sleep 1
+echo "resident at rest:                  $(resident $pid) KiB"
+echo "of it anonymous:                   $(awk '/^RssAnon/ { print $2 }' /proc/$pid/status) KiB"
+strace -c -f -p $pid -o "$work/rest" 2>/dev/null &
+tracer=$!
+sleep 10
+kill -INT $tracer
+wait $tracer || true
+echo "system calls in 10 s at rest:      $(awk '$NF == "total" { print $(NF - 1) }' "$work/rest") (of which strace causes 2: it interrupts each thread)"
+kill $pid
+wait $pid || true
+
+# 20 simulated seconds a cycle: 10,000 cycles in 20 s.
+build/release/sim/tav_sim --root "$work" --quiet --speed 10000 --watchdog 300 -- -n >/dev/null &
+pid=$!
+sleep 2
+early=$(resident $pid)
+sleep 20
+echo "with the simulator, 1,000 and 11,000 cycles on: $early and $(resident $pid) KiB"
+kill $pid
+wait $pid || true
