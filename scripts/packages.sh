@@ -1,0 +1,26 @@
+# Debian packages that the project's scripts use, and their installation. Sourced, not run.
+
+# To build the agent and the simulator.
+build_packages=(cmake g++ ninja-build linux-libc-dev)
+# To run the agent against the simulated BMC in a network namespace of its own.
+demo_packages=(iproute2 util-linux procps)
+# To check everything.
+check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev libgtest-dev libgmock-dev
+    libbenchmark-dev binutils strace)
+
+# Installs those of the named packages that are missing.
+install_packages() {
+    local missing=()
+    local package
+    for package in "$@"; do
+        if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+            missing+=("$package")
+        fi
+    done
+    if ((${#missing[@]})); then
+        echo "Installing: ${missing[*]}"
+        apt-get update -qq
+        DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+            "${missing[@]}" >/dev/null
+    fi
+}
