@@ -3,6 +3,10 @@
 # the device, memory at rest, memory over ten thousand cycles.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+if compgen -G '/dev/ipmi*' >/dev/null; then
+    echo "this machine has an IPMI device: the agent would work on its BMC" >&2
+    exit 1
+fi
 agent=build/release/src/sbin/tav_init
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

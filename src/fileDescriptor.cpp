@@ -4,16 +4,6 @@
 
 #include <unistd.h>
 
-FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
-
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-    if (this != &other) {
-        close();
-        fd = std::exchange(other.fd, -1);
-    }
-    return *this;
-}
-
 FileDescriptor::~FileDescriptor() {
     close();
 }

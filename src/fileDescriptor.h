@@ -3,10 +3,7 @@
 /// Owns one file descriptor; closes it when it goes.
 class FileDescriptor {
   public:
-    FileDescriptor() = default;
     explicit FileDescriptor(int descriptor) noexcept : fd(descriptor) {}
-    FileDescriptor(FileDescriptor&& other) noexcept;
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
     ~FileDescriptor();
@@ -19,5 +16,5 @@ class FileDescriptor {
     bool close() noexcept;
 
   private:
-    int fd = -1;
+    int fd;
 };

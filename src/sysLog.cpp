@@ -12,7 +12,3 @@ void sysLog(int priority, const char* format, ...) noexcept {
     ::vsyslog(priority, format, arguments);
     va_end(arguments);
 }
-
-void closeSysLog() noexcept {
-    ::closelog();
-}

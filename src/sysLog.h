@@ -7,4 +7,3 @@
 /// Opens the log under `ident`, which must outlive its use.
 void openSysLog(const char* ident, int options, int facility) noexcept;
 void sysLog(int priority, const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
-void closeSysLog() noexcept;

@@ -161,6 +161,19 @@ TEST_F(Cycle, anErrorOfTheInventoryEndsTheCycleInOrder) {
     EXPECT_FALSE(bmc.agentConnection.connected);
 }
 
+/// Answers of any length, to every command of a whole run.
+TEST_F(Cycle, survivesAnswersOfEveryLength) {
+    for (unsigned length = 0; length <= 272; ++length) {
+        bmc.confSpace.setText(66, "enabled");
+        device.behave();
+        device.misbehave("1+:length=" + std::to_string(length));
+        clock.waits.clear();
+        runThread(1);
+        ASSERT_EQ(clock.waits.size(), 1U) << length;
+    }
+    EXPECT_TRUE(log.empty());
+}
+
 /// Whatever single exchange goes wrong in whatever way, the cycle ends where it should.
 TEST_F(Cycle, survivesEveryFaultAtEveryExchange) {
     addInterface(1);

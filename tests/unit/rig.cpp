@@ -29,7 +29,6 @@ const HostPaths& hostPaths() noexcept {
 }
 
 void openSysLog(const char* /*ident*/, int /*options*/, int /*facility*/) noexcept {}
-void closeSysLog() noexcept {}
 void sysLog(int priority, const char* format, ...) noexcept {
     std::array<char, 1024> text{};
     va_list arguments;
