@@ -31,6 +31,7 @@ cmake --preset clang >/dev/null
 cmake --build --preset clang -- --quiet
 
 step "clang-tidy"
-git ls-files '*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/clang --quiet 2>/dev/null
+git ls-files '*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/clang --quiet 2>&1 |
+    { grep -v 'warnings generated' || true; }
 
 step "all checks passed"

@@ -12,7 +12,7 @@ if [[ ${1-} != inside ]]; then
     say "Building"
     cmake --preset release >/dev/null
     cmake --build --preset release --target tav_init tav_sim -- --quiet
-    exec unshare --net "$0" inside
+    exec unshare --net scripts/demo.sh inside
 fi
 
 sim=(build/release/sim/tav_sim --root "$(mktemp -d /tmp/tav_demo.XXXXXX)")

@@ -8,6 +8,7 @@
 #include "trace.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -108,7 +109,8 @@ bool prepare(int argc, char** argv) {
     }
     world = new World(std::move(options));
     arrangeClosingView();
-    return true;
+    // Whoever reads the trace may go before the agent does.
+    return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
 }
 
 } // namespace

@@ -4,8 +4,6 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
-#include <cstring>
 
 #include <pthread.h>
 
@@ -69,9 +67,7 @@ bool install(void (*handler)(int), std::initializer_list<int> signals) noexcept 
     sigemptyset(&action.sa_mask);
     for (const int signal : signals) {
         if (sigaction(signal, &action, nullptr) != 0) {
-            const int code = errno;
-            sysLog(LOG_ERR, "unable to install signal handler, code %d (%s)", code,
-                   std::strerror(code));
+            sysLogFailure("unable to install signal handler");
             return false;
         }
     }
@@ -82,12 +78,8 @@ void noteEnd() noexcept {
     endNoted = true;
 }
 
-bool endTaken() noexcept {
-    return endNoted;
-}
-
 bool endRequested() noexcept {
-    if (endTaken()) {
+    if (endNoted) {
         return true;
     }
     sigset_t pending;

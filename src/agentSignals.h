@@ -36,9 +36,6 @@ bool install(void (*handler)(int), std::initializer_list<int> signals) noexcept;
 /// For handlers: remembers that a termination signal was taken.
 void noteEnd() noexcept;
 
-/// True once a handler has taken a termination signal.
-bool endTaken() noexcept;
-
 /// True once a termination signal was taken or is waiting to be.
 bool endRequested() noexcept;
 

@@ -6,4 +6,6 @@
 
 /// Opens the log under `ident`, which must outlive its use.
 void openSysLog(const char* ident, int options, int facility) noexcept;
+/// Logs "WHAT, code N (TEXT)" for the present errno at LOG_ERR.
+void sysLogFailure(const char* what) noexcept;
 void sysLog(int priority, const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));

@@ -10,7 +10,6 @@ using tavIpmi::TavIpmi_request_msg;
 namespace {
 
 constexpr std::size_t maxStringLength = 255;
-constexpr const char* unknownText = "- unknown -";
 
 std::string encoded(const IPv4Address& address) {
     return {std::begin(address.v), std::end(address.v)};

@@ -4,6 +4,9 @@
 
 // Frames of the configuration-space and agent-communication commands.
 
+/// Stands for a string that nobody has set or that cannot be read.
+inline constexpr const char* unknownText = "- unknown -";
+
 /// Read of one variable.
 struct TavConfSpaceReadReqData {
     tavIpmi::OemRequestPrefix prefix;

@@ -8,7 +8,6 @@ using tavIpmi::TavIpmi_request_msg;
 
 namespace {
 
-constexpr const char* unknownText = "- unknown -";
 constexpr unsigned char connectedState = 1;
 
 /// Reads variables one after another over one message.

@@ -39,14 +39,11 @@ void installOrFail(void (*handler)(int), std::initializer_list<int> signals) {
 void enterNewSession() {
     ::umask(0);
     if (::setsid() == -1) {
-        const int code = errno;
-        sysLog(LOG_ERR, "unable to create a new session, code %d (%s)", code, std::strerror(code));
+        sysLogFailure("unable to create a new session");
         fail();
     }
     if (::chdir(workingDirectory) == -1) {
-        const int code = errno;
-        sysLog(LOG_ERR, "unable to change directory to %s, code %d (%s)", workingDirectory, code,
-               std::strerror(code));
+        sysLogFailure((std::string("unable to change directory to ") + workingDirectory).c_str());
         fail();
     }
 }
@@ -180,9 +177,7 @@ void TavServerInfo::signal_handler(int signum) {
     this_TavServerInfo->run = false;
     const char* const pidFile = hostPaths().pidFile.c_str();
     if (this_TavServerInfo->run_mode == run_mode_daemon && ::unlink(pidFile) == -1) {
-        const int code = errno;
-        sysLog(LOG_ERR, "unable to remove file %s, code %d (%s)", pidFile, code,
-               std::strerror(code));
+        sysLogFailure((std::string("unable to remove file ") + pidFile).c_str());
     }
 }
 

@@ -1,5 +1,8 @@
 #include "tavError.h"
 
+#include <cerrno>
+#include <cstring>
+
 namespace {
 
 std::string overwriteStart(std::string text, int number) {
@@ -8,6 +11,10 @@ std::string overwriteStart(std::string text, int number) {
 }
 
 } // namespace
+
+std::string errnoText(const char* what) {
+    return what + std::string(std::strerror(errno));
+}
 
 TavError::TavError(const std::string& message, const std::string& file, const unsigned& line) :
     std::logic_error("errm"), fi(file), li(line),

@@ -3,6 +3,9 @@
 #include <stdexcept>
 #include <string>
 
+/// `what` and the text of errno.
+std::string errnoText(const char* what);
+
 /// Common shape of the agent's error classes: where it was raised and the complete text.
 class TavError : public std::logic_error {
   public:

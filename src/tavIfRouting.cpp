@@ -3,7 +3,6 @@
 #include "tavIp.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -17,10 +16,6 @@ namespace {
 
 constexpr std::uint32_t bufferStep = 256;
 constexpr std::size_t ipv6Length = 16;
-
-std::string errorText(const char* what) {
-    return what + std::string(std::strerror(errno));
-}
 
 /// What comes after the first `length` bytes, netlink's padding included.
 ByteView after(ByteView bytes, std::size_t length) {
@@ -108,7 +103,7 @@ void sendAddressQuestion(const FileDescriptor& routingSocket) {
     request.header.nlmsg_pid = static_cast<std::uint32_t>(::getpid());
     request.body.ifa_family = AF_INET6;
     if (::send(routingSocket.get(), &request, sizeof request, 0) == -1) {
-        throw TavIpError(errorText("send call returned with error: "), __FILE__, __LINE__);
+        throw TavIpError(errnoText("send call returned with error: "), __FILE__, __LINE__);
     }
 }
 
@@ -118,7 +113,7 @@ void addRoutingAddresses(ByteView messages, IfParameters& interfaces, int& ifNum
     while (messages.size() > sizeof(nlmsghdr)) {
         const auto header = headerAt<nlmsghdr>(messages);
         if (header.nlmsg_len < sizeof(nlmsghdr) || header.nlmsg_len > messages.size()) {
-            throw TavIpError(errorText("buffer length error: "), __FILE__, __LINE__);
+            throw TavIpError(errnoText("buffer length error: "), __FILE__, __LINE__);
         }
         const ByteView body =
             messages.subspan(sizeof(nlmsghdr), header.nlmsg_len - sizeof(nlmsghdr));
@@ -151,12 +146,12 @@ ByteView TavIp::peekRoutingAnswer(const FileDescriptor& routingSocket) {
 void TavIp::getIPv6AddrData() {
     FileDescriptor routingSocket(::socket(PF_NETLINK, SOCK_RAW, NETLINK_ROUTE));
     if (!routingSocket) {
-        throw TavIpError(errorText("Could not create socket for PF_NETLINK: "), __FILE__, __LINE__);
+        throw TavIpError(errnoText("Could not create socket for PF_NETLINK: "), __FILE__, __LINE__);
     }
     sendAddressQuestion(routingSocket);
     const ByteView answer = peekRoutingAnswer(routingSocket);
     if (!routingSocket.close()) {
-        throw TavIpError(errorText("Could not close socket: "), __FILE__, __LINE__);
+        throw TavIpError(errnoText("Could not close socket: "), __FILE__, __LINE__);
     }
     addRoutingAddresses(answer, ifParameters, ifNumber);
 }

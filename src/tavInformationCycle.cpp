@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <limits>
 #include <new>
 
 using tavIpmi::TavIpmiWatchdog;
@@ -19,8 +18,6 @@ using SlotSetter = bool (TavConfSpaceData::*)(const IPv4Address&);
 constexpr std::array<SlotSetter, 4> slotSetters{
     &TavConfSpaceData::setIpAddr_1, &TavConfSpaceData::setIpAddr_2, &TavConfSpaceData::setIpAddr_3,
     &TavConfSpaceData::setIpAddr_4};
-
-constexpr std::uint32_t maxInterfaceIndex = std::numeric_limits<std::int32_t>::max();
 
 /// Holds the cycle's lock in thread mode; the other modes have none.
 class CycleLock {
@@ -142,15 +139,12 @@ void TavServerInfo::setInfo() {
 bool TavServerInfo::pushAddresses() {
     std::size_t slot = 0;
     bool slotWritten = false;
-    for (const auto& [index, parameter] : pTavIpData->getIfParameters()) {
-        if (index == 0 || index > maxInterfaceIndex || !parameter.ipv4Address ||
-            pTavIpData->isLoopback(index)) {
-            continue;
-        }
+    for (const std::uint32_t index : tavIp::reportedInterfaces(pTavIpData->getIfParameters())) {
         if (!pTavConfSpaceData || slot == slotSetters.size()) {
-            continue;
+            break;
         }
-        const bool written = (pTavConfSpaceData.get()->*slotSetters[slot])(parameter.ipv4Address);
+        const bool written =
+            (pTavConfSpaceData.get()->*slotSetters[slot])(pTavIpData->getIpv4Address(index));
         slotWritten = slotWritten || written;
         slot = written ? slot + 1 : slotSetters.size();
     }

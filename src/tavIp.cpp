@@ -3,8 +3,8 @@
 #include "tavIp.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -54,10 +54,6 @@ TavIpv6AddressInfo infoOf(const ifaddrs& element) noexcept {
     return info;
 }
 
-std::string errorText(const char* what) {
-    return what + std::string(std::strerror(errno));
-}
-
 } // namespace
 
 TavIpv6AddressInfo::IPv6AddressType classify(const IPv6Address& address) noexcept {
@@ -82,9 +78,21 @@ TavIpv6AddressInfo::IPv6AddressType classify(const IPv6Address& address) noexcep
     return TavIpv6AddressInfo::ipv6_addresstype_global_unicast;
 }
 
+std::vector<std::uint32_t> reportedInterfaces(const IfParameters& interfaces) {
+    constexpr std::uint32_t maxIndex = std::numeric_limits<std::int32_t>::max();
+    std::vector<std::uint32_t> indices;
+    for (const auto& [index, parameter] : interfaces) {
+        if (index != 0 && index <= maxIndex && parameter.ipv4Address &&
+            (parameter.ifFlags & iff_loopback) == 0) {
+            indices.push_back(index);
+        }
+    }
+    return indices;
+}
+
 TavIp::TavIp() : sock(::socket(AF_INET, SOCK_DGRAM, 0)) {
     if (!sock) {
-        throw TavIpError(errorText("Could not create socket: "), __FILE__, __LINE__);
+        throw TavIpError(errnoText("Could not create socket: "), __FILE__, __LINE__);
     }
     ifconfEntries = readInterfaceList();
     for (std::size_t position = 0; position < ifconfEntries; ++position) {
@@ -108,7 +116,7 @@ std::size_t TavIp::readInterfaceList() {
         request.ifc_len = static_cast<int>(requested);
         request.ifc_req = ifconfBuffer.get();
         if (::ioctl(sock.get(), SIOCGIFCONF, &request) == -1) {
-            throw TavIpError(errorText("SIOCGIFCONF failed: "), __FILE__, __LINE__);
+            throw TavIpError(errnoText("SIOCGIFCONF failed: "), __FILE__, __LINE__);
         }
         const auto returned = static_cast<std::size_t>(request.ifc_len);
         entries = returned / sizeof(ifreq);
@@ -164,7 +172,7 @@ void TavIp::queryParameters(TavIfParameter& parameter, const ifreq& entry) const
 void TavIp::addIpv6Addresses() {
     ifaddrs* list = nullptr;
     if (::getifaddrs(&list) == -1) {
-        throw TavIpError(errorText("call of getifaddrs failed: "), __FILE__, __LINE__);
+        throw TavIpError(errnoText("call of getifaddrs failed: "), __FILE__, __LINE__);
     }
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(list, &::freeifaddrs);
     for (const ifaddrs* element = list; element != nullptr; element = element->ifa_next) {

@@ -98,6 +98,10 @@ struct TavIfParameter {
 /// Interfaces by kernel interface index.
 using IfParameters = std::map<std::uint32_t, TavIfParameter>;
 
+/// Indices, in ascending order, of the interfaces whose addresses are reported: those with an IPv4
+/// address that are no loopback. 0 and indices of 2^31 and above are no interface of a host.
+std::vector<std::uint32_t> reportedInterfaces(const IfParameters& interfaces);
+
 /// Whether an inventory needs no new push, given the one before it: the change detector's own
 /// matching, not set equality. Identical inventories match when their number of interfaces is even
 /// (none included) and differ when it is odd, so a host with one interface is pushed every time.

@@ -27,14 +27,14 @@ enum RecordType {
     record_command = IPMI_CMD_RECV_TYPE
 };
 
-/// How long exchanges may wait for the BMC. Each has five seconds, until the agent is asked to end
-/// while the BMC is slow or silent: from then on all that is still sent shares one short farewell,
-/// so that a dead BMC cannot hold up the shutdown of the host.
+/// How long exchanges may wait for the BMC. Each has five seconds, until the agent is asked to end:
+/// from then on all that is still sent shares one short farewell, so that a dead BMC cannot hold up
+/// the shutdown of the host.
 class Patience {
   public:
     timeval budget() noexcept {
-        if (agentSignals::endTaken()) {
-            startFarewell();
+        if (milliseconds{endBy} == never && agentSignals::endRequested()) {
+            endBy = (agentClock().monotonic() + farewell).count();
         }
         const milliseconds end{endBy};
         if (end == never) {
@@ -43,23 +43,10 @@ class Patience {
         return toTimeval(std::clamp(end - agentClock().monotonic(), milliseconds{0}, full));
     }
 
-    void exchangeTook(milliseconds span) noexcept {
-        if (span >= slow && agentSignals::endRequested()) {
-            startFarewell();
-        }
-    }
-
   private:
     static constexpr milliseconds full{5000};
-    static constexpr milliseconds slow{100};
     static constexpr milliseconds farewell{1500};
     static constexpr milliseconds never{milliseconds::max()};
-
-    void startFarewell() noexcept {
-        if (milliseconds{endBy} == never) {
-            endBy = (agentClock().monotonic() + farewell).count();
-        }
-    }
 
     static timeval toTimeval(milliseconds span) noexcept {
         return {static_cast<time_t>(span.count() / 1000),
@@ -72,7 +59,7 @@ class Patience {
 Patience patience;
 
 [[noreturn]] void throwSystemError(const char* what, unsigned line) {
-    throw TavIpmiError(what + std::string(std::strerror(errno)), __FILE__, line);
+    throw TavIpmiError(errnoText(what), __FILE__, line);
 }
 
 } // namespace
@@ -144,12 +131,9 @@ bool TavIpmi::sendCmd(TavIpmi_request_msg& msg) const {
         return false;
     }
     msg.dropResponse();
-    const milliseconds start = agentClock().monotonic();
     const int id = getMsgId();
     sendRequest(msg, id);
-    const bool answered = awaitResponse(msg, id);
-    patience.exchangeTook(agentClock().monotonic() - start);
-    return answered;
+    return awaitResponse(msg, id);
 }
 
 void TavIpmi::sendRequest(const TavIpmi_request_msg& msg, int id) const {

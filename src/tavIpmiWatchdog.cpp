@@ -1,54 +1,11 @@
 #include "tavIpmiWatchdog.h"
 
 #include "tavIpmi.h"
+#include "tavIpmiWatchdogRecords.h"
+
+#include <bit>
 
 namespace tavIpmi {
-namespace {
-
-/// Actions byte of Set and Get Watchdog Timer.
-struct TimerActions {
-    unsigned char timeout_action : 3;
-    unsigned char reserved1 : 1;
-    unsigned char pretimout_interrupt : 3;
-    unsigned char reserved2 : 1;
-};
-
-/// Set Watchdog Timer request (IPMI 2.0, 27.6).
-struct TavWatchdogTimerSetReqData {
-    struct {
-        unsigned char timer_use : 3;
-        unsigned char reserved : 3;
-        unsigned char dont_stop : 1;
-        unsigned char no_log : 1;
-    } timerUse;
-    TimerActions timerActions;
-    unsigned char preTimeoutInterval;      ///< seconds
-    unsigned char timerUseExpirationFlags; ///< flags to clear
-    LittleEndian16 initialCountdownValue;  ///< 100 ms counts
-};
-static_assert(sizeof(TavWatchdogTimerSetReqData) == 6);
-static_assert(offsetof(TavWatchdogTimerSetReqData, initialCountdownValue) == 4);
-
-/// Get Watchdog Timer response (IPMI 2.0, 27.7).
-struct TavWatchdogTimerGetRespData {
-    unsigned char completion_code;
-    struct {
-        unsigned char timer_use : 3;
-        unsigned char reserved : 3;
-        unsigned char timer_started : 1;
-        unsigned char no_log : 1;
-    } timerUse;
-    TimerActions timerActions;
-    unsigned char preTimeoutInterval;      ///< seconds
-    unsigned char timerUseExpirationFlags; ///< flags that are set
-    LittleEndian16 initialCountdownValue;  ///< 100 ms counts
-    LittleEndian16 currentCountdownValue;  ///< 100 ms counts
-};
-static_assert(sizeof(TavWatchdogTimerGetRespData) == 9);
-static_assert(offsetof(TavWatchdogTimerGetRespData, initialCountdownValue) == 5);
-
-} // namespace
-
 TavIpmiWatchdog::TavIpmiWatchdog(TimerUse tu) noexcept : timer_use(tu) {
     update();
 }
@@ -78,7 +35,7 @@ void TavIpmiWatchdog::readTimer() {
     pre_timeout_interval = own.preTimeoutInterval;
     initCountdownValue = own.initialCountdownValue;
     currCountdownValue = own.currentCountdownValue;
-    expired = (timer.timerUseExpirationFlags & expirationFlag()) != 0;
+    expired = (std::bit_cast<unsigned char>(timer.timerUseExpirationFlags) & expirationFlag()) != 0;
 }
 
 bool TavIpmiWatchdog::set(bool dp) noexcept {
@@ -89,13 +46,14 @@ bool TavIpmiWatchdog::set(bool dp) noexcept {
     request.timerActions.timeout_action = static_cast<unsigned char>(timeoutAct) & 7U;
     request.timerActions.pretimout_interrupt = static_cast<unsigned char>(preTimeoutInt) & 7U;
     request.preTimeoutInterval = pre_timeout_interval;
-    request.timerUseExpirationFlags = expirationFlag();
+    request.timerUseExpirationFlags = std::bit_cast<TimerUseExpirationFlags>(expirationFlag());
     request.initialCountdownValue = initCountdownValue;
     try {
         const TavIpmi ipmi(0, 0, TavIpmi::ipmiSystemInterface);
         TavIpmi_request_msg msg(ipmi_netfn_req_app, ipmi_cmd_set_watchdog_timer,
                                 recordBytes(request));
-        return exchange(ipmi, msg);
+        TavWatchdogTimerSetResetRespData response;
+        return exchange(ipmi, msg, response);
     } catch (const std::exception&) {
         return false;
     }
@@ -105,7 +63,8 @@ bool TavIpmiWatchdog::resetTimer() noexcept {
     try {
         const TavIpmi ipmi(0, 0, TavIpmi::ipmiSystemInterface);
         TavIpmi_request_msg msg(ipmi_netfn_req_app, ipmi_cmd_reset_watchdog_timer);
-        return exchange(ipmi, msg);
+        TavWatchdogTimerSetResetRespData response;
+        return exchange(ipmi, msg, response);
     } catch (const std::exception&) {
         return false;
     }

@@ -4,11 +4,16 @@
 #include "agentClock.h"
 #include "tavServerInfo.h"
 
+#include <algorithm>
+#include <limits>
+
 using tavIpmi::TavIpmiWatchdog;
 
 namespace {
 
 constexpr std::uint32_t countsPerSecond = 10;
+/// What the timer can hold, nearly two hours; a setting above it would wrap to a few seconds.
+constexpr std::uint32_t maxCountdown = std::numeric_limits<std::uint16_t>::max();
 
 } // namespace
 
@@ -29,6 +34,7 @@ bool TavServerInfo::updateWatchdog() {
         time = TavConfSpaceData::minimalSWTime;
         settings.setSoftWatchdogTime(static_cast<std::uint16_t>(time / countsPerSecond));
     }
+    time = std::min<std::uint32_t>(time, maxCountdown);
     TavIpmiWatchdog timer(TavIpmiWatchdog::timer_use_sms_os);
     if (soft_watchdog_enabled == enabled && soft_watchdog_time == time &&
         soft_watchdog_behaviour == TavConfSpaceData::watchdog_behaviour_continue &&

@@ -44,7 +44,7 @@ class LogCollector {
     }
     std::vector<LogLine> lines() {
         const std::scoped_lock hold(mutex);
-        drain(MSG_DONTWAIT);
+        drain();
         return received;
     }
     void clear() {
@@ -57,12 +57,13 @@ class LogCollector {
     void collect() {
         for (pollfd readable{fd, POLLIN, 0}; ::poll(&readable, 1, -1) > 0;) {
             const std::scoped_lock hold(mutex);
-            drain(MSG_DONTWAIT);
+            drain();
         }
     }
-    void drain(int flags) {
+    void drain() {
         std::array<char, 2048> line{};
-        for (ssize_t size = 0; (size = ::recv(fd, line.data(), line.size() - 1, flags)) >= 0;) {
+        for (ssize_t size = 0;
+             (size = ::recv(fd, line.data(), line.size() - 1, MSG_DONTWAIT)) >= 0;) {
             line[static_cast<std::size_t>(size)] = '\0';
             add(line.data());
         }
@@ -96,6 +97,7 @@ void redirect(const std::string& path, int target) {
 
 constexpr const char* makeWorld = R"(set -e
 mount --make-rprivate /
+mount -t proc proc /proc
 mount -t tmpfs tmpfs /run
 mkdir /run/dev
 mount -t tmpfs tmpfs /run/dev
@@ -221,13 +223,39 @@ void shell(const std::string& command) {
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-int main(int argc, char** argv) {
-    ::testing::InitGoogleMock(&argc, argv);
-    if (::unshare(CLONE_NEWNET | CLONE_NEWNS) != 0 || std::system(makeWorld) != 0 ||
-        ::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
+namespace {
+
+/// Runs the tests as the second process of a process namespace: when the first one ends, for
+/// whatever reason, everything that they started ends too.
+int runTests() {
+    if (std::system(makeWorld) != 0 || ::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         std::perror("namespaces of its own are needed");
         return EXIT_FAILURE;
     }
     collector().open();
     return RUN_ALL_TESTS();
+}
+
+int waitFor(pid_t child) {
+    int status = 0;
+    while (::waitpid(child, &status, 0) != child) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleMock(&argc, argv);
+    if (::unshare(CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWPID) != 0) {
+        std::perror("namespaces of its own are needed");
+        return EXIT_FAILURE;
+    }
+    const pid_t first = ::fork();
+    if (first != 0) {
+        return waitFor(first);
+    }
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const pid_t tests = ::fork();
+    ::_exit(tests == 0 ? runTests() : waitFor(tests));
 }

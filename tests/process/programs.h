@@ -57,7 +57,7 @@ class Programs : public ::testing::Test {
     /// What the simulator printed so far; of all runs of this test.
     std::string trace() const;
     void clearTrace() const;
-    /// Lines of the system log since the test began (those of one program, if `pid` is given).
+    /// Lines of the system log since the test began.
     static std::vector<LogLine> log();
     static std::vector<std::string> logTexts();
 

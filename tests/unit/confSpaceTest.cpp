@@ -125,6 +125,9 @@ TEST_F(ConfSpace, anEmptyStringUnnamesTheSystem) {
     EXPECT_EQ(data.getSystemContact(), "value 516");
     EXPECT_EQ(bmc.confSpace.values[516], bytesOf("value 516"));
     EXPECT_EQ(data.getSystemName(), "- unknown -");
+    EXPECT_EQ(bmc.confSpace.values[513], bytesOf("value 513")) << "in the mirror only";
+    EXPECT_TRUE(data.setSystemName(""));
+    EXPECT_EQ(bmc.confSpace.values[513], bytesOf("- unknown -"));
 }
 
 TEST_F(ConfSpace, numbersGoOutLittleEndian) {

@@ -48,6 +48,15 @@ TEST(Inventory, classifiesAddresses) {
     }
 }
 
+TEST(Inventory, reportsInterfacesThatAHostCanHave) {
+    IfParameters all = interfaces(2);
+    all[3].ifName = "no address";
+    all[4] = all[2];
+    all[4].ifFlags = tavIp::iff_loopback;
+    all[0] = all[0x7FFFFFFF] = all[0x80000000] = all[2];
+    EXPECT_THAT(tavIp::reportedInterfaces(all), testing::ElementsAre(1U, 2U, 0x7FFFFFFFU));
+}
+
 /// What the change detector makes of identical inventories, and of one change at each place.
 TEST(Inventory, comparisonByNumberAndPlaceOfChange) {
     struct {

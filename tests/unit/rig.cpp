@@ -40,6 +40,10 @@ void sysLog(int priority, const char* format, ...) noexcept {
     rig->news.release();
 }
 
+void sysLogFailure(const char* what) noexcept {
+    sysLog(LOG_ERR, "%s", what);
+}
+
 void FakeClock::waitForSignal(unsigned seconds, const sigset_t& /*mask*/) noexcept {
     waits.push_back(seconds);
     pass(std::chrono::seconds(seconds));

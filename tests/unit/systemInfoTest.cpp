@@ -103,6 +103,11 @@ TEST_F(SystemInfo, versionLineIsFoundByItsText) {
     EXPECT_EQ(TavServerInfo::getVibVersionString("provider"), "provider 2.0");
     EXPECT_EQ(TavServerInfo::getVibVersionString("3.0"), "provider 3.0");
     EXPECT_EQ(TavServerInfo::getVibVersionString("none"), "");
+    writeFile(paths.vibVersions, std::string(300, 'a') + "\nprovider 2.0\n");
+    EXPECT_EQ(TavServerInfo::getVibVersionString("a"), std::string(255, 'a'));
+    EXPECT_EQ(TavServerInfo::getVibVersionString("provider"), "") << "a long line ends the file";
+    writeFile(paths.vibVersions, "");
+    EXPECT_EQ(TavServerInfo::getVibVersionString(""), "");
 }
 
 } // namespace

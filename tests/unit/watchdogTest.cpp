@@ -116,6 +116,11 @@ TEST_F(Watchdog, settingsAreBroughtIntoLine) {
     bmc.confSpace.setText(67, "600");
     EXPECT_TRUE(server.updateWatchdog());
     EXPECT_EQ(bmc.watchdog.state().initialCountdown, 6000);
+
+    bmc.confSpace.setText(67, "7000"); // more than the timer can hold
+    EXPECT_TRUE(server.updateWatchdog());
+    EXPECT_EQ(bmc.watchdog.state().initialCountdown, 0xFFFF);
+    EXPECT_FALSE(server.updateWatchdog());
 }
 
 TEST_F(Watchdog, aTimerThatFitsAlreadyIsLeftAlone) {
