@@ -26,9 +26,10 @@ build_and_test release
 GTEST_FILTER='-StartStop.*:FaultLoop.misbehave*' build_and_test asan
 GTEST_FILTER='-StartStop.*:FaultLoop.*' build_and_test tsan
 
-step "clang: build"
+step "clang: build and fuzz"
 cmake --preset clang >/dev/null
 cmake --build --preset clang -- --quiet
+ctest --preset clang --tests-regex fuzz
 
 step "clang-tidy"
 git ls-files '*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/clang --quiet 2>&1 |

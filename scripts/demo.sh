@@ -34,6 +34,10 @@ ip -4 -brief addr show eth0
 say "Once (-s): the agent reads the BMC's configuration space and puts the address into it"
 "${sim[@]}" -- -s
 
+say "The same on a blade: its management blade learns the address of LAN port 2"
+ip link set eth0 address 02:00:00:00:00:02
+"${sim[@]}" --machine kestrelbox -- -s | sed '/^Configuration space/,/^Agent connection/d'
+
 say "In the foreground (-n), 20 times faster, with the soft watchdog of 300 s switched on"
 "${sim[@]}" --speed 20 --watchdog 300 -- -n &
 agent=$!

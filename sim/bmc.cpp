@@ -34,11 +34,10 @@ Reply serveFramed(Subject& subject, Data request) {
     return {reply.code, concatenated(prefix, reply.data)};
 }
 
-Reply deviceId(Data request) {
+Reply deviceId(const Bmc& bmc, Data request) {
     if (!request.empty()) {
         return {completion::requestLengthInvalid};
     }
-    constexpr unsigned char plainServer = 'A';
     return {completion::success,
             {0x20, 0x01,                               // device, its revision
              0x01, 0x40,                               // firmware 1.40
@@ -46,7 +45,7 @@ Reply deviceId(Data request) {
              0xBF,                                     // all but bridging
              ianaBytes[0], ianaBytes[1], ianaBytes[2], // manufacturer
              0x01, 0x00,                               // product
-             0x00, 0x00, 0x00, plainServer}};
+             0x00, 0x00, 0x00, bmc.mark}};
 }
 
 struct Command {
@@ -56,7 +55,8 @@ struct Command {
 };
 
 constexpr std::array<Command, 6> commands = {{
-    {netfn::app, command::getDeviceId, [](Bmc&, Data request) { return deviceId(request); }},
+    {netfn::app, command::getDeviceId,
+     [](Bmc& bmc, Data request) { return deviceId(bmc, request); }},
     {netfn::app, command::resetWatchdogTimer,
      [](Bmc& bmc, Data request) { return bmc.watchdog.reset(request); }},
     {netfn::app, command::setWatchdogTimer,
@@ -78,7 +78,18 @@ Bytes Bmc::answer(unsigned char netfn, unsigned char lun, unsigned char cmd, Dat
     return concatenated({&reply.code, 1}, reply.data);
 }
 
+Bytes Bmc::forward(unsigned char slaveAddress, unsigned char netfn, unsigned char cmd, Data data) {
+    if (!blade || slaveAddress != managementBladeAddress) {
+        return {completion::nakOnWrite};
+    }
+    const Reply reply = blade->chassis.serve(netfn, cmd, data);
+    return concatenated({&reply.code, 1}, reply.data);
+}
+
 Reply Bmc::serve(unsigned char netfn, unsigned char lun, unsigned char cmd, Data data) {
+    if (netfn == netfn::blade && blade) { // through any LUN: some lead on to the chassis
+        return blade->serve(cmd, data);
+    }
     const auto* const found = std::ranges::find_if(
         commands, [&](const Command& known) { return known.netfn == netfn && known.cmd == cmd; });
     if (found == commands.end()) {

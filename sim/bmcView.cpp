@@ -1,5 +1,6 @@
 #include "bmcView.h"
 
+#include "bladeText.h"
 #include "confVariables.h"
 #include "exchangeText.h"
 #include "text.h"
@@ -42,12 +43,40 @@ std::string watchdogTable(const WatchdogState& timer) {
     return table;
 }
 
+std::string addressRows(const ManagementBlade& chassis) {
+    std::string rows;
+    for (const auto& [place, address] : chassis.bladeAddresses) {
+        rows += row("port " + std::to_string(place.port) + ", " + addressIndexText(place.index),
+                    addressText(address));
+    }
+    return rows.empty() ? row("addresses", "none yet") : rows;
+}
+
+std::string knownText(const std::string& text) {
+    return text.empty() ? "none" : quoted(Bytes(text.begin(), text.end()));
+}
+
+std::string statusText(const ManagementBlade& chassis) {
+    return chassis.osStatus ? osStatusText(*chassis.osStatus) +
+                                  " (events: " + std::to_string(chassis.statusEvents) + ")"
+                            : "unknown";
+}
+
+std::string managementBladeTable(const BladeLink& blade) {
+    const ManagementBlade& chassis = blade.chassis;
+    return "Management blade\n" + row("slot", std::to_string(blade.slotNumber)) +
+           row("OS status", statusText(chassis)) +
+           row("platform type", knownText(chassis.platformType)) +
+           row("platform release", knownText(chassis.platformRelease)) + addressRows(chassis);
+}
+
 } // namespace
 
 std::string bmcView(const Bmc& bmc) {
     return confSpaceTable(bmc.confSpace) + watchdogTable(bmc.watchdog.state()) +
            "Agent connection\n" +
-           row("agent", bmc.agentConnection.connected ? "connected" : "not connected");
+           row("agent", bmc.agentConnection.connected ? "connected" : "not connected") +
+           (bmc.blade ? managementBladeTable(*bmc.blade) : "");
 }
 
 std::string usageText(const SimDevice& device) {

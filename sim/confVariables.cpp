@@ -79,11 +79,6 @@ std::string wordText(ValueKind kind, unsigned char value) {
     return std::to_string(value);
 }
 
-std::string addressText(Data value) {
-    char text[INET_ADDRSTRLEN];
-    return ::inet_ntop(AF_INET, value.data(), text, sizeof text);
-}
-
 Bytes parseAddress(const std::string& text) {
     Bytes value(4);
     if (::inet_pton(AF_INET, text.c_str(), value.data()) != 1) {

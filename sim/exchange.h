@@ -20,7 +20,8 @@ inline constexpr const char* deviceCallNames[] = {"open", "send", "wait", "recei
 struct Exchange {
     unsigned number = 0; // 1-based
     std::chrono::milliseconds sentAt{};
-    int addressType = 0; // IPMI_SYSTEM_INTERFACE_ADDR_TYPE, ...
+    int addressType = 0;            // IPMI_SYSTEM_INTERFACE_ADDR_TYPE, ...
+    unsigned char slaveAddress = 0; // on the IPMB; 0 otherwise
     unsigned char netfn = 0;
     unsigned char lun = 0;
     unsigned char cmd = 0;

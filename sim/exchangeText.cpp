@@ -1,5 +1,6 @@
 #include "exchangeText.h"
 
+#include "bladeText.h"
 #include "confVariables.h"
 #include "text.h"
 
@@ -10,20 +11,6 @@
 namespace sim {
 
 namespace {
-
-/// How one command reads. `asked` gets the whole request data, `told` the request data and the
-/// response data behind the completion code of a success.
-struct CommandText {
-    unsigned char netfn;
-    unsigned char cmd;
-    const char* name;
-    std::string (*asked)(Data request);
-    std::string (*told)(Data request, Data response);
-};
-
-std::string toldInHex(Data, Data response) {
-    return hexText(response);
-}
 
 std::string deviceIdTold(Data request, Data response) {
     if (response.size() != 15) {
@@ -131,16 +118,32 @@ constexpr std::array<CommandText, 6> commandTexts = {{
 }};
 
 const CommandText* findCommandText(const Exchange& exchange) {
-    const auto* const found = std::ranges::find_if(commandTexts, [&](const CommandText& known) {
-        return known.netfn == exchange.netfn && known.cmd == exchange.cmd;
-    });
-    return found == commandTexts.end() ? nullptr : found;
+    for (const std::span<const CommandText> texts :
+         {std::span<const CommandText>(commandTexts), bladeTexts()}) {
+        const auto found = std::ranges::find_if(texts, [&](const CommandText& known) {
+            return known.netfn == exchange.netfn && known.cmd == exchange.cmd;
+        });
+        if (found != texts.end()) {
+            return &*found;
+        }
+    }
+    return nullptr;
+}
+
+/// Whom the request is for, unless that is the BMC itself.
+std::string targetText(const Exchange& exchange) {
+    if (exchange.slaveAddress != 0) {
+        return " to " + hexByte(exchange.slaveAddress);
+    }
+    return exchange.lun == 0 ? "" : " (LUN " + std::to_string(exchange.lun) + ")";
 }
 
 const char* completionName(unsigned char code) {
     switch (code) {
     case completion::timerNotInitialised:
         return "command-specific";
+    case completion::nakOnWrite:
+        return "NAK on write";
     case 0xC0:
         return "node busy";
     case completion::invalidCommand:
@@ -197,8 +200,7 @@ std::string requestText(const Exchange& exchange) {
                          : "netfn " + hexByte(exchange.netfn) + " command " + hexByte(exchange.cmd);
     const std::string asked =
         known != nullptr ? known->asked(exchange.request) : hexText(exchange.request);
-    const std::string lun = exchange.lun == 0 ? "" : " (LUN " + std::to_string(exchange.lun) + ")";
-    return name + lun + (asked.empty() ? "" : ": " + asked);
+    return name + targetText(exchange) + (asked.empty() ? "" : ": " + asked);
 }
 
 std::string outcomeText(const Exchange& exchange) {

@@ -20,22 +20,42 @@ struct Reply {
 };
 
 namespace netfn {
+inline constexpr unsigned char sensorEvent = 0x04;
 inline constexpr unsigned char app = 0x06;
 inline constexpr unsigned char oem = 0x2E;
+inline constexpr unsigned char blade = 0x30; // OEM, blades only
 } // namespace netfn
 
 namespace command {
+inline constexpr unsigned char platformEvent = 0x02; // sensor/event
 inline constexpr unsigned char getDeviceId = 0x01;
 inline constexpr unsigned char resetWatchdogTimer = 0x22;
 inline constexpr unsigned char setWatchdogTimer = 0x24;
 inline constexpr unsigned char getWatchdogTimer = 0x25;
 inline constexpr unsigned char agentCommunication = 0x02; // OEM
 inline constexpr unsigned char configurationSpace = 0xE0; // OEM
+
+// OEM, blades only:
+inline constexpr unsigned char getSlotNumber = 0x18;
+inline constexpr unsigned char getNicMacs = 0x55;
+inline constexpr unsigned char getLanInfo = 0x75;
+inline constexpr unsigned char getMmbIpv4Address = 0x80;
+inline constexpr unsigned char getMmbIpv4Netmask = 0x81;
+inline constexpr unsigned char setBladeIpAddress = 0xA3;
+inline constexpr unsigned char setLongPlatformType = 0xA8;
+inline constexpr unsigned char setPlatformType = 0xB0;
+inline constexpr unsigned char setPlatformRelease = 0xB1;
+inline constexpr unsigned char getMmbIpAddress = 0xE1;
+inline constexpr unsigned char getMmbIpNetmask = 0xE3;
+inline constexpr unsigned char sendBladeIpAddress = 0xE7;
+inline constexpr unsigned char getIpv6Capability = 0xE8;
+inline constexpr unsigned char getMmbSecondMac = 0xF0;
 } // namespace command
 
 namespace completion {
 inline constexpr unsigned char success = 0x00;
 inline constexpr unsigned char timerNotInitialised = 0x80; // Reset Watchdog Timer only
+inline constexpr unsigned char nakOnWrite = 0x83;          // nobody at that address of the bus
 inline constexpr unsigned char invalidCommand = 0xC1;
 inline constexpr unsigned char invalidForLun = 0xC2;
 inline constexpr unsigned char requestLengthInvalid = 0xC7;

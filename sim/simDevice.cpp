@@ -1,5 +1,7 @@
 #include "simDevice.h"
 
+#include "requestAddress.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -20,26 +22,26 @@ constexpr const char* node = "/dev/ipmi0";
 // Above what a process normally has open, so that a mix-up with a real descriptor shows.
 constexpr int lowestDescriptor = 100;
 constexpr std::size_t eventLength = 16; // a System Event Log record
-constexpr unsigned char netfnSensorEvent = 0x04;
-constexpr unsigned char cmdPlatformEvent = 0x02;
 
 milliseconds latency(const Fault* slow) {
     return milliseconds(slow == nullptr ? 0 : slow->value);
 }
 
-/// errno value for a request that the driver would not take, otherwise 0 and its address.
-int checkRequest(const ipmi_req& request, ipmi_system_interface_addr& address) {
+/// errno value for a request that the driver would not take, otherwise 0.
+int checkRequest(const ipmi_req& request, Exchange& exchange) {
+    const int addressError = takeAddress(request, exchange);
     if (request.msg.data_len > IPMI_MAX_MSG_LENGTH) {
         return EMSGSIZE;
     }
     const bool isResponse = (request.msg.netfn & 1U) != 0;
-    if (isResponse || request.addr == nullptr || request.addr_len < sizeof address) {
-        return EINVAL;
-    }
-    std::memcpy(&address, request.addr, sizeof address);
-    const bool toLocalBmc = address.addr_type == IPMI_SYSTEM_INTERFACE_ADDR_TYPE &&
-                            address.channel == IPMI_BMC_CHANNEL && address.lun <= 3;
-    return toLocalBmc ? 0 : EINVAL;
+    return isResponse ? EINVAL : addressError;
+}
+
+/// Completion code and response data from the controller that the request is addressed to.
+Bytes serveBy(Bmc& bmc, const Exchange& asked) {
+    return asked.addressType == IPMI_IPMB_ADDR_TYPE
+               ? bmc.forward(asked.slaveAddress, asked.netfn, asked.cmd, asked.request)
+               : bmc.answer(asked.netfn, asked.lun, asked.cmd, asked.request);
 }
 
 void subtract(timeval& budget, microseconds passed) {
@@ -166,15 +168,11 @@ int SimDevice::openNode(const char* path, int scheduledError) {
 
 int SimDevice::sendRequest(Descriptor& sender, const ipmi_req& request, int scheduledError) {
     begin(sender, request);
-    ipmi_system_interface_addr address{};
-    int error = misbehaviour.errorOf(DeviceCall::send, exchanges, scheduledError);
-    if (error == 0) {
-        error = checkRequest(request, address);
-    }
-    if (error != 0) {
+    const int refusal = checkRequest(request, sender.exchange);
+    const int fault = misbehaviour.errorOf(DeviceCall::send, exchanges, scheduledError);
+    if (const int error = fault != 0 ? fault : refusal) {
         return fail(sender, DeviceCall::send, error);
     }
-    sender.exchange.lun = address.lun;
     carryOut(sender, request.msgid);
     return 0;
 }
@@ -203,7 +201,7 @@ int SimDevice::receiveRecord(Descriptor& receiver, ipmi_recv& destination, int s
     if (error == 0 && (records.empty() || records.front().readyAt > bmc.now())) {
         error = EAGAIN;
     }
-    if (error == 0 && destination.addr_len < sizeof(ipmi_system_interface_addr)) {
+    if (error == 0 && destination.addr_len < addressRoom) {
         error = EINVAL;
     }
     if (error == 0 && destination.msg.data_len < records.front().data.size()) {
@@ -242,9 +240,6 @@ void SimDevice::begin(Descriptor& sender, const ipmi_req& request) {
     exchange = {};
     exchange.number = ++exchanges;
     exchange.sentAt = bmc.now();
-    if (request.addr != nullptr && request.addr_len >= sizeof exchange.addressType) {
-        std::memcpy(&exchange.addressType, request.addr, sizeof exchange.addressType);
-    }
     exchange.netfn = request.msg.netfn;
     exchange.cmd = request.msg.cmd;
     exchange.request.assign(request.msg.data, request.msg.data + request.msg.data_len);
@@ -274,7 +269,7 @@ Bytes SimDevice::answerTo(const Exchange& exchange) {
             misbehaviour.find(FaultKind::completionCode, exchange.number)) {
         return {static_cast<unsigned char>(refusal->value)};
     }
-    Bytes answer = bmc.answer(exchange.netfn, exchange.lun, exchange.cmd, exchange.request);
+    Bytes answer = serveBy(bmc, exchange);
     if (const Fault* const length = misbehaviour.find(FaultKind::length, exchange.number)) {
         answer.resize(static_cast<std::size_t>(length->value));
     }
@@ -285,8 +280,8 @@ void SimDevice::queueOtherRecords(Descriptor& sender) {
     const auto queue = [&](int count, int type) {
         const Record record = {.type = type,
                                .msgid = 0,
-                               .netfn = netfnSensorEvent,
-                               .cmd = cmdPlatformEvent,
+                               .netfn = netfn::sensorEvent,
+                               .cmd = command::platformEvent,
                                .data = Bytes(eventLength),
                                .readyAt = bmc.now()};
         sender.records.insert(sender.records.end(), static_cast<std::size_t>(count), record);
@@ -307,10 +302,7 @@ void SimDevice::queueOtherRecords(Descriptor& sender) {
 void SimDevice::deliver(Descriptor& receiver, ipmi_recv& destination) {
     Record record = std::move(receiver.records.front());
     receiver.records.pop_front();
-    const ipmi_system_interface_addr address = {IPMI_SYSTEM_INTERFACE_ADDR_TYPE, IPMI_BMC_CHANNEL,
-                                                receiver.exchange.lun};
-    std::memcpy(destination.addr, &address, sizeof address);
-    destination.addr_len = sizeof address;
+    giveAddress(receiver.exchange, destination);
     destination.recv_type = record.type;
     destination.msgid = record.msgid;
     destination.msg.netfn = record.netfn;

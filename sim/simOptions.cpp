@@ -57,13 +57,17 @@ struct Option {
 
 using Text = const std::string&;
 
-constexpr std::array<Option, 12> known = {{
+constexpr std::array<Option, 14> known = {{
     {"--help", false, [](SimOptions& options, Text) { options.help = true; }},
     {"--quiet", false, [](SimOptions& options, Text) { options.quiet = true; }},
     {"--no-device", false, [](SimOptions& options, Text) { options.noDevice = true; }},
     {"--root", true, [](SimOptions& options, Text value) { options.root = value; }},
     {"--trace", true, [](SimOptions& options, Text value) { options.trace = value; }},
     {"--speed", true, takeSpeed},
+    {"--machine", true,
+     [](SimOptions& options, Text value) { options.machine = &namedMachine(value); }},
+    {"--smbios", true,
+     [](SimOptions& options, Text value) { options.smbiosForm = namedSmbiosForm(value); }},
     {"--connected", true, takeConnected},
     {"--set", true, takeSet},
     {"--watchdog", true, takeWatchdog},
@@ -127,6 +131,17 @@ Runs the agent on a simulated BMC and shows every exchange between them.
   --speed N            let time pass N times faster
   --trace FILE         append the output to FILE instead of standard output
   --quiet              show only how the BMC is left at the end
+
+The machine:
+  --machine NAME       one of
+      plain              server outside a chassis (the default)
+      blade              blade in slot 3, LAN ports 1 to 4 with the MAC addresses
+                         02:00:00:00:00:01 to 02:00:00:00:00:04
+      old-blade          the same with a management blade that lacks IPv6 and the newer
+                         commands
+      kestrelbox         blade of the KESTRELBOX line
+  --smbios FORM        how the host shows its SMBIOS tables: sysfs3 (default) or sysfs2 as
+                       files of the kernel, legacy in low physical memory, none
 
 The BMC at the start:
   --watchdog SECONDS   soft watchdog enabled, with this time

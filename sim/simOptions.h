@@ -1,5 +1,6 @@
 #pragma once
 
+#include "machine.h"
 #include "misbehaviour.h"
 
 #include <cstdint>
@@ -22,6 +23,8 @@ struct SimOptions {
     bool noDevice = false;
     bool connected = true;
     double speed = 1;
+    const Machine* machine = &namedMachine("plain");
+    SmbiosForm smbiosForm = SmbiosForm::sysfs3;
     std::string root;                                          // empty: the real host's files
     std::string trace;                                         // empty: standard output
     std::vector<std::pair<std::uint16_t, std::string>> values; // configuration space

@@ -28,17 +28,21 @@ namespace {
 
 constexpr int usageStatus = 2;
 
-HostPaths pathsUnder(const std::string& root) {
-    HostPaths paths;
-    if (root.empty()) {
-        return paths;
-    }
+void moveUnder(const std::string& root, HostPaths& paths) {
     // Absolute, since a daemon changes its working directory.
     const std::string base = std::filesystem::absolute(root).string();
     for (std::string* const path : {&paths.pidFile, &paths.productString, &paths.vibVersions}) {
         *path = base + *path;
         std::filesystem::create_directories(std::filesystem::path(*path).parent_path());
     }
+}
+
+HostPaths pathsFor(const sim::SimOptions& options) {
+    HostPaths paths;
+    if (!options.root.empty()) {
+        moveUnder(options.root, paths);
+    }
+    sim::showSmbios(options.machine->smbios(), options.smbiosForm, paths);
     return paths;
 }
 
@@ -55,9 +59,10 @@ struct World {
 };
 
 World::World(sim::SimOptions options_) :
-    options(std::move(options_)), paths(pathsUnder(options.root)), clock(options.speed),
+    options(std::move(options_)), paths(pathsFor(options)), clock(options.speed),
     trace(options.trace, clock.monotonic()), bmc([this] { return clock.monotonic(); }),
     device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }) {
+    options.machine->setUp(bmc);
     bmc.agentConnection.connected = options.connected;
     for (const auto& [id, value] : options.values) {
         bmc.confSpace.setText(id, value);

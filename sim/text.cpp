@@ -8,6 +8,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include <arpa/inet.h>
+
 namespace sim {
 
 std::string hexByte(unsigned char value) {
@@ -55,6 +57,25 @@ std::string quoted(Data characters) {
         }
     }
     return text + '"';
+}
+
+std::string addressText(Data address) {
+    constexpr std::size_t ipv4Length = 4;
+    constexpr std::size_t ipv6Length = 16;
+    if (address.size() != ipv4Length && address.size() != ipv6Length) {
+        return hexText(address);
+    }
+    char text[INET6_ADDRSTRLEN];
+    return ::inet_ntop(address.size() == ipv4Length ? AF_INET : AF_INET6, address.data(), text,
+                       sizeof text);
+}
+
+std::string macText(Data mac) {
+    std::string text;
+    for (const unsigned char octet : mac) {
+        text += (text.empty() ? "" : ":") + hexByte(octet).substr(2);
+    }
+    return text;
 }
 
 long parseNumber(std::string_view text, long least, long most) {

@@ -18,6 +18,11 @@ std::string padded(std::string text, std::size_t width);
 /// In double quotes, with unprintable characters as \xNN.
 std::string quoted(Data characters);
 
+/// An IPv4 address of 4 bytes or an IPv6 address of 16, others in hexadecimal.
+std::string addressText(Data address);
+/// "02:00:00:00:00:01"
+std::string macText(Data mac);
+
 /// Whole number, decimal or with 0x in front, between `least` and `most`; otherwise throws
 /// std::invalid_argument saying what it should have been.
 long parseNumber(std::string_view text, long least, long most);

@@ -174,6 +174,7 @@ void TavServerInfo::signal_handler(int signum) {
     if (this_TavServerInfo == nullptr) {
         return;
     }
+    this_TavServerInfo->setShutdownInfo();
     this_TavServerInfo->run = false;
     const char* const pidFile = hostPaths().pidFile.c_str();
     if (this_TavServerInfo->run_mode == run_mode_daemon && ::unlink(pidFile) == -1) {

@@ -64,6 +64,9 @@ void TavServerInfo::main_action(int& result) {
 }
 
 void TavServerInfo::iterate() {
+    if (pTavBladeInfo) {
+        pTavBladeInfo->setOSStatus(kb_system_status_os_running);
+    }
     if (run_mode == run_mode_daemon || run_mode == run_mode_thread) {
         serveWatchdog();
     }
@@ -117,9 +120,23 @@ void TavServerInfo::shutdownSteps() {
     if (pTavConfSpaceData) {
         pTavConfSpaceData->sendAgentDisconnect();
     }
+    if (run_mode == run_mode_daemon) {
+        setShutdownInfo();
+    }
+}
+
+void TavServerInfo::setShutdownInfo() const {
+    if (pTavBladeInfo) {
+        pTavBladeInfo->setOSStatus(kb_system_status_os_shutdown);
+        pTavBladeInfo->setOSPlatformInfo({}, {});
+    }
 }
 
 void TavServerInfo::setInfo() {
+    if (pTavBladeInfo) {
+        pTavBladeInfo->setOSPlatformInfo(productName, release);
+        pTavBladeInfo->setOSStatus(kb_system_status_os_running);
+    }
     std::unique_ptr<tavIp::TavIp> fresh(new (std::nothrow) tavIp::TavIp);
     if (!fresh) {
         sysLog(LOG_ERR, "TavServerInfo::setInfo()  new(nothrow)TavIp failed.");
@@ -135,18 +152,30 @@ void TavServerInfo::setInfo() {
 }
 
 /// Fills the configuration space's slots with the first addresses in interface order, up to the
-/// first that the BMC does not take. True when at least one was written.
+/// first that the BMC does not take; a blade reports every interface to its management blade. True
+/// when at least one slot was written.
 bool TavServerInfo::pushAddresses() {
     std::size_t slot = 0;
     bool slotWritten = false;
     for (const std::uint32_t index : tavIp::reportedInterfaces(pTavIpData->getIfParameters())) {
-        if (!pTavConfSpaceData || slot == slotSetters.size()) {
-            break;
+        if (pTavConfSpaceData && slot != slotSetters.size()) {
+            const bool written =
+                (pTavConfSpaceData.get()->*slotSetters[slot])(pTavIpData->getIpv4Address(index));
+            slotWritten = slotWritten || written;
+            slot = written ? slot + 1 : slotSetters.size();
         }
-        const bool written =
-            (pTavConfSpaceData.get()->*slotSetters[slot])(pTavIpData->getIpv4Address(index));
-        slotWritten = slotWritten || written;
-        slot = written ? slot + 1 : slotSetters.size();
+        if (pTavBladeInfo) {
+            reportToMMB(index);
+        }
     }
     return slotWritten;
+}
+
+void TavServerInfo::reportToMMB(std::uint32_t index) const {
+    const MacAddress mac = pTavIpData->getMacAddress(index);
+    pTavBladeInfo->sendIpAddressInfo(pTavIpData->getIpv4Address(index), mac);
+    const std::size_t count = pTavIpData->getNumberOfIpv6Addresses(index);
+    for (unsigned n = 0; n < count; ++n) {
+        pTavBladeInfo->sendIpAddressInfo(pTavIpData->getIpv6AddressInfo(index, n).address, mac);
+    }
 }

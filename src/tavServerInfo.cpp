@@ -5,6 +5,7 @@
 #include "fileDescriptor.h"
 #include "hostPaths.h"
 #include "sysLog.h"
+#include "tavIpmiDeviceId.h"
 #include "tavSystemInfo.h"
 
 #include <array>
@@ -67,16 +68,22 @@ TavServerInfo* TavServerInfo::this_TavServerInfo = nullptr;
 TavServerInfo::TavServerInfo(RunMode mode) : run_mode(mode), thread_id(::pthread_self()) {
     if (run_mode == run_mode_terminate) {
         stop_watchdog(TavIpmiWatchdog::timer_use_sms_os);
+        setShutdownInfo();
         return;
     }
     if (run_mode != run_mode_thread) {
         open_syslog();
     }
+    blade = tavIpmi::TavIpmiDeviceIdData().isBlade();
     pTavConfSpaceData.reset(new (std::nothrow) TavConfSpaceData(blade));
     if (pTavConfSpaceData && !pTavConfSpaceData->isAvailable()) {
         pTavConfSpaceData.reset();
     }
     readHostIdentity();
+    pTavBladeInfo.reset(new (std::nothrow) TavBladeInfo(TavBladeInfo::unknownSlotNumber, true));
+    if (!pTavBladeInfo) {
+        throw std::logic_error("new (nothrow) TavBladeInfo() failed");
+    }
     clearIpSlots();
     dispatch();
 }
@@ -92,6 +99,7 @@ TavServerInfo::~TavServerInfo() {
 
 void TavServerInfo::free_data() noexcept {
     pTavIpData.reset();
+    pTavBladeInfo.reset();
 }
 
 void TavServerInfo::readHostIdentity() {

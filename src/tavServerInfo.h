@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tavBladeInfo.h"
 #include "tavConfSpaceData.h"
 #include "tavIp.h"
 #include "tavIpmiWatchdog.h"
@@ -86,13 +87,16 @@ class TavServerInfo {
     bool ending() const noexcept;
     void shutdownSteps();
     void setInfo();
+    void setShutdownInfo() const;
+    void reportToMMB(std::uint32_t index) const;
     bool pushAddresses();
 
     const RunMode run_mode;
-    const bool blade{false};
+    bool blade{false}; ///< as the BMC tells
     std::string productName{"VMware ESXi"};
     std::string hostname;
     std::string release;
+    std::unique_ptr<TavBladeInfo> pTavBladeInfo;
     std::unique_ptr<TavConfSpaceData> pTavConfSpaceData;
     std::unique_ptr<tavIp::TavIp> pTavIpData; ///< last inventory pushed
     bool soft_watchdog_enabled{false};

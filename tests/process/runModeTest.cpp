@@ -71,7 +71,7 @@ class RunMode : public Programs {
     }
     /// What every mode but terminate does first.
     static std::string start() {
-        std::string all = stopTimer("OS load, no action, 0.0 s");
+        std::string all = stopTimer("OS load, no action, 0.0 s") + "Get Device ID\n";
         for (const char* variable :
              {"cabinet_location", "system_name", "system_biosversion", "system_description",
               "system_contact", "server_cabinetmodel", "server_chassismodel", "server_serialnumber",
@@ -79,6 +79,7 @@ class RunMode : public Programs {
               "server_IPAddress2", "server_IPAddress3", "server_IPAddress4"}) {
             all += read(variable);
         }
+        all += "Get Device ID\n";
         for (const char* slot : {"1", "2", "3", "4"}) {
             all += write(std::string("conf_server_IPAddress") + slot, "0.0.0.0");
         }
@@ -90,6 +91,67 @@ class RunMode : public Programs {
                read("boot_watchdog_behaviour") + read("soft_watchdog_behaviour");
     }
 };
+
+/// What each machine is asked and told in one pass besides the configuration space.
+TEST_F(RunMode, everyMachineIsServedInItsOwnWay) {
+    const std::string identity = "Get Device ID\n";
+    const std::string slot = "Get slot number\n";
+    const auto mmb = [](const std::string& what) { return "Get MMB " + what + "\n"; };
+    const std::string network =
+        mmb("IPv6 capability (LUN 1)") + mmb("address (LUN 1): IPv4 first") +
+        mmb("address (LUN 1): IPv4 second") + mmb("netmask (LUN 1): IPv4 first") +
+        mmb("netmask (LUN 1): IPv4 second") + mmb("netmask (LUN 1): IPv6 link-local") +
+        mmb("address (LUN 1): IPv6 link-local") + mmb("address (LUN 1): IPv6 global") +
+        mmb("netmask (LUN 1): IPv6 link-local") + mmb("netmask (LUN 1): IPv6 global") +
+        mmb("second MAC (LUN 1): manager 0");
+    const std::string oldNetwork =
+        mmb("IPv6 capability (LUN 1)") + mmb("address (LUN 1): IPv4 first") +
+        mmb("IPv4 address (LUN 1)") + mmb("address (LUN 1): IPv4 second") +
+        mmb("IPv4 address (LUN 1)") + mmb("netmask (LUN 1): IPv4 first") +
+        mmb("IPv4 netmask (LUN 1)") + mmb("netmask (LUN 1): IPv4 second") +
+        mmb("IPv4 netmask (LUN 1)") + mmb("netmask (LUN 1): IPv6 link-local") +
+        mmb("second MAC (LUN 1): manager 0") + mmb("second MAC (LUN 1): manager 1");
+    const std::string ports = "Get LAN info: port 1\nGet LAN info: port 2\n"
+                              "Get LAN info: port 3\nGet LAN info: port 4\n";
+    const std::string oldPorts = "Get LAN info: port 1\nGet NIC MAC addresses\n";
+    const std::string running = "Platform Event to 0x24: OS running\n";
+    const std::string type = "Set long platform type (LUN 1): slot 3 part 0 = \"VMware ESXi\"\n";
+    const std::string platform = type + "Set platform release (LUN 1): \"\"\n";
+    const std::string oldPlatform = type + "Set platform type (LUN 1): \"VMware ESXi\"\n" +
+                                    "Set platform release (LUN 1): \"\"\n";
+    const std::string address = "Set blade address (LUN 1): slot 3 port 2 = 10.0.0.1\n";
+    const std::pair<const char*, std::string> machines[] = {
+        {"plain", identity + identity},
+        {"blade", identity + identity + network + slot + ports + platform + address},
+        {"old-blade",
+         identity + slot + identity + slot + oldNetwork + slot + oldPorts + oldPlatform + address},
+        {"kestrelbox", network + slot + ports + running + platform + running + address}};
+    shell("ip link set tav0 address 02:00:00:00:00:02");
+    for (const auto& [machine, expected] : machines) {
+        for (const char* form : {"sysfs3", "sysfs2", "legacy"}) {
+            clearTrace();
+            EXPECT_EQ(runSim({"--machine", machine, "--smbios", form}, {"-s"}).code(), 0);
+            std::istringstream all(exchanges());
+            std::string own;
+            for (std::string line; std::getline(all, line);) {
+                const bool common = line.starts_with("Configuration") || line.ends_with("0.0 s") ||
+                                    line == "Get Watchdog Timer";
+                own += common ? "" : line + "\n";
+            }
+            EXPECT_EQ(own, expected) << machine << " " << form;
+        }
+    }
+}
+
+TEST_F(RunMode, theChassisLearnsThatADaemonEnds) {
+    const pid_t daemon = startDaemon({"--machine", "kestrelbox"});
+    awaitTrace("OS running", 2);
+    ::kill(daemon, SIGTERM);
+    EXPECT_EQ(await(daemon).code(), 0);
+    // The handler reports, and so do the last steps of the cycle.
+    EXPECT_THAT(trace(), HasSubstr("OS shutdown (events: 4)"));
+    EXPECT_THAT(trace(), HasSubstr("platform type                       none"));
+}
 
 /// From start to end, with the soft watchdog on: foreground and daemon send the same.
 TEST_F(RunMode, theLastingModesSendExactlyThis) {
@@ -120,13 +182,15 @@ TEST_F(RunMode, unknownOptionsGetTheUsage) {
     EXPECT_EQ(exchanges(), stopTimer("OS load, no action, 0.0 s"));
 }
 
-TEST_F(RunMode, withoutADeviceTheAgentSaysNothingAndSucceeds) {
-    for (const char* option : {"-s", "-t"}) {
-        const End end = run({TAV_INIT, option, "operand"});
-        EXPECT_EQ(end.code(), 0);
-        EXPECT_EQ(end.error, "");
-    }
+TEST_F(RunMode, withoutADeviceThereIsNothingToDo) {
+    EXPECT_EQ(run({TAV_INIT, "-t", "operand"}).code(), 0);
     EXPECT_THAT(log(), testing::IsEmpty());
+    for (const char* option : {"-s", "-n"}) {
+        const End end = run({TAV_INIT, option});
+        EXPECT_EQ(end.code(), 1);
+        EXPECT_EQ(end.error, "");
+        EXPECT_THAT(logTexts().back(), HasSubstr("Open failed: No such file or directory"));
+    }
 }
 
 TEST_F(RunMode, onceFillsTheConfigurationSpace) {
@@ -288,7 +352,7 @@ TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
         if (*mode != '\0') {
             agent.emplace_back(mode);
         }
-        pid_t pid = startSim({"--speed", "5", "--fault", "21+:silent", "--watchdog", "300"}, agent);
+        pid_t pid = startSim({"--speed", "5", "--fault", "23+:silent", "--watchdog", "300"}, agent);
         awaitTrace("no answer", 1);
         if (*mode == '\0') {
             EXPECT_EQ(await(pid).code(), 0);

@@ -64,7 +64,10 @@ Rig::Rig() :
     rig = this;
     std::string folder = std::filesystem::temp_directory_path() / "tavXXXXXX";
     const std::string root = ::mkdtemp(folder.data());
-    paths = {root + "/tavd.pid", root + "/product", root + "/versions"};
+    paths.pidFile = root + "/tavd.pid";
+    paths.productString = root + "/product";
+    paths.vibVersions = root + "/versions";
+    sim::showSmbios({}, sim::SmbiosForm::none, paths);
     device.observe([this](const sim::Exchange& exchange) { exchanges.push_back(exchange); });
 }
 

@@ -2,6 +2,7 @@
 
 #include "agentClock.h"
 #include "hostPaths.h"
+#include "machine.h"
 #include "simDevice.h"
 
 #include <functional>

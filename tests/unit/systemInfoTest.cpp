@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include <sys/syscall.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 using tavSystemInfo::TavSystemInfo;
@@ -15,15 +16,12 @@ using testing::MatchesRegex;
 
 namespace {
 
-const char* kernelName = nullptr; ///< what uname(2) says for this test; "" makes it fail
+const char* kernelName = nullptr; ///< what uname(2) says for this test
+bool sysinfoFails = false;
 
 } // namespace
 
 extern "C" int uname(utsname* buffer) {
-    if (kernelName != nullptr && *kernelName == '\0') {
-        errno = EFAULT;
-        return -1;
-    }
     const long result = ::syscall(SYS_uname, buffer);
     if (kernelName != nullptr) {
         *std::copy_n(kernelName, std::strlen(kernelName), buffer->sysname) = '\0';
@@ -32,12 +30,21 @@ extern "C" int uname(utsname* buffer) {
     return static_cast<int>(result);
 }
 
+extern "C" int sysinfo(struct sysinfo* info) noexcept {
+    if (sysinfoFails) {
+        errno = EFAULT;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_sysinfo, info));
+}
+
 namespace {
 
 class SystemInfo : public Rig {
   public:
     ~SystemInfo() override {
         kernelName = nullptr;
+        sysinfoFails = false;
         ::unsetenv("TZ");
         ::tzset();
     }
@@ -53,11 +60,12 @@ TEST_F(SystemInfo, typeComesFromTheKernelsName) {
         kernelName = name;
         EXPECT_EQ(TavSystemInfo().getOSType(), type) << name;
     }
-    kernelName = "";
+    kernelName = nullptr;
+    sysinfoFails = true;
     EXPECT_THROW(TavSystemInfo(), tavSystemInfo::TavSystemInfoError);
     EXPECT_EQ(productName(), "VMware ESXi");
     ASSERT_FALSE(log.empty());
-    EXPECT_THAT(log.back().text, testing::HasSubstr("Uname returned error (Bad address)"));
+    EXPECT_THAT(log.back().text, testing::HasSubstr("sysinfo returned error (Bad address)"));
 }
 
 TEST_F(SystemInfo, datesCarryTheOffsetFromUtc) {

@@ -1,0 +1,228 @@
+// Blade detection, and what a blade's BMC knows of ports and management blade.
+
+#include "tavBladeInfo.h"
+
+#include "tavBladeRecords.h"
+#include "tavIpmi.h"
+#include "tavIpmiDeviceId.h"
+#include "tavSmbios.h"
+
+#include <algorithm>
+#include <array>
+
+using tavIpmi::TavIpmi;
+using tavIpmi::TavIpmi_request_msg;
+using tavSmbios::TavSmbios;
+
+namespace {
+
+constexpr unsigned lastLanPort = 31;
+constexpr std::size_t macLength = 6;
+
+TavIpmi_request_msg bladeRequest(unsigned char cmd, ByteView data = {}) {
+    return {tavIpmi::ipmi_netfn_req_oem_1, cmd, data};
+}
+
+/// A chassis gives each of its blades a serial number of its own.
+bool serialNumbersDiffer(const TavSmbios& tables) {
+    const auto* const system = tables.getFirstEntry(tavSmbios::smbios_type_SystemInformation);
+    const auto* const enclosure = tables.getFirstEntry(tavSmbios::smbios_type_SystemEnclosure);
+    if (system == nullptr || enclosure == nullptr) {
+        return false;
+    }
+    const std::string ofSystem = TavSmbios::getSmbiosString(
+        system, TavSmbios::record<tavSmbios::SMBSystemInformation>(*system).serialNumber);
+    const std::string ofEnclosure = TavSmbios::getSmbiosString(
+        enclosure, TavSmbios::record<tavSmbios::SMBSystemEnclosure>(*enclosure).serialNumber);
+    return ofSystem.size() > 1 && ofEnclosure.size() > 1 && ofSystem != ofEnclosure;
+}
+
+/// An address or mask of the management blade by type and index; nothing if the exchange failed.
+std::optional<TavGetMMBIPAddressRespData> askMMB(const TavIpmi& ipmi, unsigned char cmd,
+                                                 AddressType type, AddressIndex index) {
+    const TavGetMMBIPAddressReqData request{static_cast<unsigned char>(type),
+                                            static_cast<unsigned char>(index)};
+    TavIpmi_request_msg msg = bladeRequest(cmd, recordBytes(request));
+    constexpr std::size_t header = offsetof(TavGetMMBIPAddressRespData, ipv4_address);
+    const std::size_t length = type == address_type_ipv4 ? 4 : 16;
+    TavGetMMBIPAddressRespData response;
+    if (!exchange(ipmi, msg, response, header + length)) {
+        return std::nullopt;
+    }
+    return response;
+}
+
+/// The same for IPv4, with the older command, which knows one address only, as second choice.
+void readIpv4(const TavIpmi& ipmi, unsigned char cmd, unsigned char olderCmd, AddressIndex index,
+              IPv4Address& field) {
+    if (const auto response = askMMB(ipmi, cmd, address_type_ipv4, index)) {
+        if (response->address_type == address_type_ipv4) {
+            field = response->ipv4_address;
+        }
+        return;
+    }
+    TavIpmi_request_msg msg = bladeRequest(olderCmd);
+    TavGetMMBIPv4AddressRespData older;
+    if (exchange(ipmi, msg, older)) {
+        field = older.ipv4_address;
+    }
+}
+
+std::optional<IPv6Address> readIpv6(const TavIpmi& ipmi, unsigned char cmd, AddressIndex index) {
+    const auto response = askMMB(ipmi, cmd, address_type_ipv6, index);
+    if (!response || response->address_type != address_type_ipv6) {
+        return std::nullopt;
+    }
+    return IPv6Address(response->ipv6_address);
+}
+
+void readPrefixLength(const TavIpmi& ipmi, AddressIndex index, std::uint32_t& field) {
+    if (const auto mask = readIpv6(ipmi, tavIpmi::ipmi_oemcmd_get_mmb_ip_netmask, index)) {
+        field = mask->getNumberOfLeadingOnes();
+    }
+}
+
+void readAddress(const TavIpmi& ipmi, AddressIndex index, IPv6Address& field) {
+    if (const auto address = readIpv6(ipmi, tavIpmi::ipmi_oemcmd_get_mmb_ip_addr, index)) {
+        field = *address;
+    }
+}
+
+} // namespace
+
+TavBladeInfo::TavBladeInfo(unsigned int slot_number_, bool detect) :
+    blade(!detect), slot_number(slot_number_) {
+    if (detect) {
+        detectBlade();
+    }
+    if (blade) {
+        mmbNetworkInfo = getMMBNetworkInfo();
+        readBladeData();
+    }
+}
+
+void TavBladeInfo::detectBlade() {
+    const TavSmbios tables;
+    const tavIpmi::TavIpmiDeviceIdData identity;
+    const unsigned enclosures = tables.getEntryNumber(tavSmbios::smbios_type_SystemEnclosure);
+    blade =
+        enclosures > 1 || identity.isBlade() || (enclosures == 1 && serialNumbersDiffer(tables));
+    kestrelbox = tavSmbios::isKestrelbox(tables);
+}
+
+void TavBladeInfo::readBladeData() {
+    try {
+        const TavIpmi ipmi(0, 0, TavIpmi::ipmiSystemInterface);
+        if (slot_number == unknownSlotNumber) {
+            TavIpmi_request_msg msg = bladeRequest(tavIpmi::ipmi_oemcmd_get_slot_number);
+            tavIpmi::TavGetSlotNumberRespData response;
+            if (exchange(ipmi, msg, response)) {
+                slot_number = response.sl_number;
+            }
+        }
+        readMacTable(ipmi);
+    } catch (const tavIpmi::TavIpmiError&) {
+        // What was read so far stands.
+    }
+}
+
+void TavBladeInfo::readMacTable(const TavIpmi& ipmi) {
+    unsigned answered = 0;
+    unsigned total = 0;
+    for (unsigned char port = 1; port <= lastLanPort; ++port) {
+        TavGetLANInfoReqData request{};
+        request.lanPortNumber.number = port & 0x7FU;
+        TavIpmi_request_msg msg =
+            bladeRequest(tavIpmi::ipmi_oemcmd_get_lan_info, recordBytes(request));
+        TavGetLANInfoRespData response;
+        const bool whole = exchange(ipmi, msg, response);
+        if (whole) {
+            total = response.number_of_lan_ports;
+            if (response.parameter.status != 0) {
+                mmbMacAddressTable.emplace(port, MacAddress(response.mac_address));
+            }
+            ++answered;
+        } else if (response.completion_code == tavIpmi::ipmi_cc_invalid_cmd) {
+            readLegacyMacTable(ipmi);
+            return;
+        } else if (response.completion_code != tavIpmi::ipmi_cc_param_out_of_range) {
+            return;
+        }
+        if (answered == total) {
+            return;
+        }
+    }
+}
+
+void TavBladeInfo::readLegacyMacTable(const TavIpmi& ipmi) {
+    TavIpmi_request_msg msg = bladeRequest(tavIpmi::ipmi_oemcmd_get_nic_mac_addrs);
+    if (!exchange(ipmi, msg, sizeof(TavGetMacAddrsRespData))) {
+        return;
+    }
+    ByteView addresses = msg.response().subspan(sizeof(TavGetMacAddrsRespData));
+    for (std::uint32_t port = 1; addresses.size() >= macLength; ++port) {
+        MacAddress address(addresses.data());
+        std::reverse(std::begin(address.v), std::end(address.v));
+        mmbMacAddressTable.emplace(port, address);
+        addresses = addresses.subspan(macLength);
+    }
+}
+
+bool TavBladeInfo::getMMBNetworkInfo() noexcept {
+    if (!blade) {
+        return false;
+    }
+    try {
+        const TavIpmi ipmi(1, 0, TavIpmi::ipmiSystemInterface);
+        TavIpmi_request_msg msg = bladeRequest(tavIpmi::ipmi_oemcmd_get_ipv6_address_capability);
+        TavGetMMBIpv6AddressCapabilityRespData capability;
+        mmbIpv6Capable = exchange(ipmi, msg, capability) && capability.mmb_lan_port.mmb != 0;
+        readMMBIpv4(ipmi);
+        readMMBIpv6(ipmi);
+        readSecondMMBMac(ipmi);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void TavBladeInfo::readMMBIpv4(const TavIpmi& ipmi) {
+    using namespace tavIpmi;
+    const auto address = [&ipmi](AddressIndex index, IPv4Address& field) {
+        readIpv4(ipmi, ipmi_oemcmd_get_mmb_ip_addr, ipmi_oemcmd_get_mmb_ipv4_addr, index, field);
+    };
+    const auto mask = [&ipmi](AddressIndex index, IPv4Address& field) {
+        readIpv4(ipmi, ipmi_oemcmd_get_mmb_ip_netmask, ipmi_oemcmd_get_mmb_ipv4_netmask, index,
+                 field);
+    };
+    address(address_index_ipv4_1, firstMMBIpV4Address);
+    address(address_index_ipv4_2, secondMMBIpV4Address);
+    mask(address_index_ipv4_1, firstMMBIpV4Netmask);
+    mask(address_index_ipv4_2, secondMMBIpV4Netmask);
+}
+
+void TavBladeInfo::readMMBIpv6(const TavIpmi& ipmi) {
+    readPrefixLength(ipmi, address_index_ipv6_link_local, linkLocalMMBIpV6AddressPrefixLength);
+    if (!mmbIpv6Capable) {
+        return;
+    }
+    readAddress(ipmi, address_index_ipv6_link_local, linkLocalMMBIpV6Address);
+    readAddress(ipmi, address_index_ipv6_global, linkGlobalMMBIpV6Address);
+    readPrefixLength(ipmi, address_index_ipv6_link_local, linkLocalMMBIpV6AddressPrefixLength);
+    readPrefixLength(ipmi, address_index_ipv6_global, linkGlobalMMBIpV6AddressPrefixLength);
+}
+
+void TavBladeInfo::readSecondMMBMac(const TavIpmi& ipmi) {
+    for (const unsigned char managerId : std::array<unsigned char, 2>{0, 1}) {
+        const TavGetMMBSecondPhysicalAddressReqData request{managerId};
+        TavIpmi_request_msg msg =
+            bladeRequest(tavIpmi::ipmi_oemcmd_get_mmb_second_phys_addr, recordBytes(request));
+        TavGetMMBSecondPhysicalAddressRespData response;
+        if (exchange(ipmi, msg, response)) {
+            secondMMBMacAddress = response.eth1_mac_address;
+        }
+        if (secondMMBMacAddress) {
+            return;
+        }
+    }
+}

@@ -1,0 +1,215 @@
+#include "rig.h"
+#include "tavBladeInfo.h"
+#include "tavIpmiDeviceId.h"
+
+using tavIpmi::TavIpmiDeviceIdData;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class Blade : public Rig {
+  public:
+    void become(const char* name) {
+        const sim::Machine& machine = sim::namedMachine(name);
+        machine.setUp(bmc);
+        sim::showSmbios(machine.smbios(), sim::SmbiosForm::sysfs3, paths);
+    }
+    static MacAddress portMac(unsigned char port) {
+        const unsigned char bytes[] = {2, 0, 0, 0, 0, port};
+        return MacAddress(bytes);
+    }
+};
+
+TEST_F(Blade, identityTextsComeFromTheBmc) {
+    TavIpmiDeviceIdData identity;
+    EXPECT_EQ(identity.getManufacturerId(), "007ed9");
+    EXPECT_EQ(identity.getVersionInfo(), "IPMIv2 - fw v1.40.00.00.00.41");
+    EXPECT_EQ(identity.getVersion(), "1.40.00000041");
+    EXPECT_EQ(identity.getRevisionNumber(), 0x0140);
+    EXPECT_EQ(identity.getDeviceId(), 0x20);
+    EXPECT_EQ(std::string(identity.getGuidInfo()), "00000000-0000-0000-0000-000000000000");
+    EXPECT_TRUE(identity.hasBmc());
+}
+
+TEST_F(Blade, identityIsFetchedOnceInFiveMinutes) {
+    {
+        TavIpmiDeviceIdData first;
+        const TavIpmiDeviceIdData second;
+        EXPECT_EQ(exchanges.size(), 1U);
+        EXPECT_EQ(second.getVersion(), "0.0.0000") << "it fetched nothing itself";
+        const TavIpmiDeviceIdData copy(first);
+        EXPECT_EQ(copy.getVersion(), first.getVersion());
+        clock.now += std::chrono::seconds(300);
+        EXPECT_FALSE(first.update());
+        clock.now += std::chrono::seconds(1);
+        EXPECT_FALSE(first.update()) << "fetched, but nothing new";
+        EXPECT_EQ(exchanges.size(), 2U);
+        bmc.mark = 'G';
+        clock.now += std::chrono::seconds(301);
+        EXPECT_TRUE(first.update());
+        EXPECT_TRUE(first.isBlade());
+        EXPECT_FALSE(copy.isBlade());
+    }
+    const TavIpmiDeviceIdData afterAll;
+    EXPECT_EQ(exchanges.size(), 4U) << "the last one took the shared response with it";
+}
+
+TEST_F(Blade, onlyAWholeIdentityIsOne) {
+    for (unsigned length = 0; length <= 272; ++length) {
+        device.behave();
+        device.misbehave("1+:length=" + std::to_string(length));
+        if (length == 16) {
+            EXPECT_NO_THROW(TavIpmiDeviceIdData());
+        } else {
+            EXPECT_THROW(TavIpmiDeviceIdData(), tavIpmi::TavIpmiError) << length;
+        }
+        clock.now += std::chrono::seconds(301);
+    }
+}
+
+TEST_F(Blade, whoIsABlade) {
+    struct {
+        const char* machine;
+        bool blade, kestrelbox;
+        std::size_t identityExchanges;
+    } cases[] = {{"plain", false, false, 1},
+                 {"blade", true, false, 1},
+                 {"old-blade", true, false, 2}, // no marker: the slot number decides
+                 {"kestrelbox", true, true, 0}};
+    for (const auto& one : cases) {
+        become(one.machine);
+        exchanges.clear();
+        { const TavIpmiDeviceIdData identity; }
+        EXPECT_EQ(exchanges.size(), one.identityExchanges) << one.machine;
+        const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+        EXPECT_EQ(info.isblade(), one.blade) << one.machine;
+        EXPECT_EQ(info.iskestrelbox(), one.kestrelbox) << one.machine;
+        EXPECT_EQ(static_cast<bool>(info), one.blade);
+    }
+}
+
+TEST_F(Blade, serialNumbersTellABladeFromAServer) {
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"A1", "B1", true}, {"A1", "A1", false}, {"A", "B1", false}, {"A1", "", false}};
+    for (const auto& [system, enclosure, blade] : cases) {
+        sim::SmbiosTable table;
+        table.addSystem({.product = "server", .serialNumber = system, .family = {}});
+        table.addEnclosure(enclosure);
+        table.addEnd();
+        sim::showSmbios(table, sim::SmbiosForm::sysfs2, paths);
+        EXPECT_EQ(TavBladeInfo(TavBladeInfo::unknownSlotNumber, true).isblade(), blade)
+            << system << " in " << enclosure;
+    }
+}
+
+TEST_F(Blade, readsTheManagementBladesAddresses) {
+    become("blade");
+    const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+    const auto& chassis = bmc.blade->chassis;
+    EXPECT_EQ(hex({info.getFirstMMBIpV4Address().v, 4}), hex(chassis.addresses[0].address));
+    EXPECT_EQ(hex({info.getSecondMMBIpV4Netmask().v, 4}), hex(chassis.addresses[1].netmask));
+    EXPECT_EQ(hex(info.getLinkLocalMMBIpV6Address().inv), hex(chassis.addresses[2].address));
+    EXPECT_EQ(hex(info.getLinkGlobalMMBIpV6Address().inv), hex(chassis.addresses[3].address));
+    EXPECT_EQ(info.getLinkLocalMMBIpV6AddressPrefixLength(),
+              IPv6Address(chassis.addresses[2].netmask.data()).getNumberOfLeadingOnes());
+    EXPECT_TRUE(info.getSecondMMBMacAddress());
+    // Identity; capability, 4 + 1 + 4 addresses and masks, second MAC; slot, four ports.
+    EXPECT_EQ(exchanges.size(), 1U + 11U + 1U + 4U);
+}
+
+TEST_F(Blade, anOldManagementBladeIsAskedInItsOwnWay) {
+    become("old-blade");
+    const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+    const auto& first = bmc.blade->chassis.addresses[0].address;
+    EXPECT_EQ(hex({info.getFirstMMBIpV4Address().v, 4}), hex(first));
+    EXPECT_EQ(hex({info.getSecondMMBIpV4Address().v, 4}), hex(first)) << "it knows but one";
+    EXPECT_FALSE(info.getLinkGlobalMMBIpV6Address());
+    IPv4Address address;
+    address = "10.1.2.3";
+    EXPECT_TRUE(info.sendIpAddressInfo(address, portMac(4))) << "the MAC list was reversed";
+    EXPECT_EQ(hex(bmc.blade->chassis.bladeAddresses.at({4, 0})), "0a 01 02 03");
+    EXPECT_TRUE(info.setOSPlatformInfo("Linux", "6.1"));
+    EXPECT_EQ(bmc.blade->chassis.platformType, "Linux");
+    EXPECT_EQ(bmc.blade->chassis.platformRelease, "6.1");
+}
+
+TEST_F(Blade, reportsGoOutAsTheChassisExpectsThem) {
+    become("kestrelbox");
+    const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+    IPv4Address ipv4;
+    ipv4 = "10.1.2.3";
+    const unsigned char global[16] = {0x20, 0x01, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    const unsigned char local[16] = {0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    exchanges.clear();
+    EXPECT_TRUE(info.sendIpAddressInfo(ipv4, portMac(2)));
+    EXPECT_TRUE(info.sendIpAddressInfo(IPv6Address(global), portMac(2)));
+    EXPECT_TRUE(info.sendIpAddressInfo(IPv6Address(local), portMac(1)));
+    EXPECT_TRUE(info.setOSStatus(kb_system_status_os_running));
+    EXPECT_THAT(requests(),
+                ElementsAre("30/a3: 02 01 0a 01 02 03",
+                            "30/e7: 02 01 03 02 20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 01",
+                            "30/e7: 02 00 02 02 fe 80 00 00 00 00 00 00 00 00 00 00 00 00 00 01",
+                            "04/02: 04 c0 09 6f 45 8f ff"));
+    EXPECT_EQ(exchanges[0].lun, 1);
+    EXPECT_EQ(exchanges[3].slaveAddress, 0x24);
+    EXPECT_EQ(bmc.blade->chassis.osStatus, 5U);
+    exchanges.clear();
+    EXPECT_FALSE(info.sendIpAddressInfo(ipv4, portMac(9)));
+    EXPECT_THAT(exchanges, IsEmpty());
+    bmc.blade->missingCommands.insert(0xA3);
+    EXPECT_TRUE(info.sendIpAddressInfo(ipv4, portMac(2)));
+    EXPECT_EQ(requests().back(), "30/e7: 02 01 00 01 0a 01 02 03");
+}
+
+TEST_F(Blade, platformNamesAreSentInPieces) {
+    become("blade");
+    const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+    const std::pair<std::size_t, std::vector<std::size_t>> cases[] = {{0, {2}},
+                                                                      {31, {33}},
+                                                                      {32, {33, 2}},
+                                                                      {40, {33, 10}},
+                                                                      {127, {33, 33, 33, 33}},
+                                                                      {128, {33, 33, 33, 33}},
+                                                                      {200, {33, 33, 33, 33}}};
+    for (const auto& [length, pieces] : cases) {
+        exchanges.clear();
+        EXPECT_TRUE(info.setOSPlatformInfo(std::string(length, 't'), std::string(40, 'r')));
+        std::vector<std::size_t> sent;
+        for (const sim::Exchange& one : exchanges) {
+            sent.push_back(one.request.size());
+        }
+        EXPECT_EQ(sent.back(), 33U);
+        EXPECT_EQ(exchanges.back().request[32], 0);
+        sent.pop_back();
+        EXPECT_EQ(sent, pieces) << length;
+        EXPECT_EQ(bmc.blade->chassis.platformType.size(), std::min<std::size_t>(length, 127));
+        EXPECT_EQ(bmc.blade->chassis.platformRelease.size(), 31U);
+    }
+}
+
+TEST_F(Blade, onlyABladeReports) {
+    const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+    exchanges.clear();
+    EXPECT_FALSE(info.setOSStatus(kb_system_status_os_running));
+    EXPECT_FALSE(info.setOSPlatformInfo("a", "b"));
+    EXPECT_FALSE(info.sendIpAddressInfo(IPv4Address(), portMac(1)));
+    EXPECT_THAT(exchanges, IsEmpty());
+}
+
+/// Answers of every length to every command from the first to the last.
+TEST_F(Blade, survivesAnswersOfEveryLength) {
+    become("kestrelbox"); // no identity is asked for, which would end it all
+    for (unsigned length = 0; length <= 272; ++length) {
+        device.behave();
+        device.misbehave("1+:length=" + std::to_string(length));
+        const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+        info.setOSStatus(kb_system_status_os_running);
+        info.setOSPlatformInfo(std::string(128, 't'), "r");
+        info.sendIpAddressInfo(IPv4Address(), portMac(1));
+        info.sendIpAddressInfo(IPv6Address(), portMac(1));
+        EXPECT_TRUE(info.isblade());
+    }
+}
+
+} // namespace

@@ -1,0 +1,143 @@
+#include "memoryFile.h"
+#include "rig.h"
+#include "smbiosImage.h"
+#include "tavSmbios.h"
+
+#include <stdexcept>
+
+using tavSmbios::SmbiosStructHeader;
+using tavSmbios::TavSmbios;
+
+namespace {
+
+sim::SmbiosTable table() {
+    sim::SmbiosTable result;
+    result.addBios();
+    result.addSystem({.product = "Server 1", .serialNumber = "S1  ", .family = "family"});
+    result.addEnclosure("E1");
+    result.addEnclosure("E2");
+    result.addEnd();
+    return result;
+}
+
+std::string systemString(const TavSmbios& tables,
+                         unsigned char tavSmbios::SMBSystemInformation::*string) {
+    const auto* const entry = tables.getFirstEntry(tavSmbios::smbios_type_SystemInformation);
+    const auto system = TavSmbios::record<tavSmbios::SMBSystemInformation>(*entry);
+    return TavSmbios::getSmbiosStringS(entry, system.*string);
+}
+
+/// Every look-up there is; what they find is not the question, only that they come back.
+void lookUpEverything(const TavSmbios& tables) {
+    for (int type = 0; type <= 255; ++type) {
+        const auto wanted = static_cast<tavSmbios::SmbiosEntryTypes>(type);
+        tables.getEntryNumber(wanted);
+        for (auto* entry = tables.getFirstEntry(wanted); entry != nullptr;
+             entry = tables.getNextEntry(entry)) {
+            for (unsigned index = 0; index <= 255; ++index) {
+                TavSmbios::getSmbiosStringS(entry, static_cast<unsigned char>(index));
+            }
+        }
+    }
+    tavSmbios::isKestrelbox(tables);
+}
+
+class Smbios : public Rig {
+  public:
+    void showMemory(const sim::Bytes& image) { paths.physicalMemory = sim::memoryFile(image); }
+};
+
+TEST_F(Smbios, readsEveryFormTheSame) {
+    for (const auto form :
+         {sim::SmbiosForm::sysfs2, sim::SmbiosForm::sysfs3, sim::SmbiosForm::legacy}) {
+        sim::showSmbios(table(), form, paths);
+        const TavSmbios tables;
+        EXPECT_EQ(tables.getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
+        EXPECT_EQ(tables.getEntryNumber(tavSmbios::smbios_type_EndOfTable), 1U);
+        EXPECT_EQ(tables.getEntryNumber(tavSmbios::smbios_type_BaseBoard), 0U);
+        EXPECT_EQ(systemString(tables, &tavSmbios::SMBSystemInformation::productName), "Server 1");
+        EXPECT_EQ(systemString(tables, &tavSmbios::SMBSystemInformation::serialNumber), "S1");
+        auto* const first = tables.getFirstEntry(tavSmbios::smbios_type_SystemEnclosure);
+        ASSERT_NE(first, nullptr);
+        EXPECT_STREQ(TavSmbios::getSmbiosString(first, 0), "");
+        EXPECT_STREQ(TavSmbios::getSmbiosString(first, 200), "");
+        auto* const second = tables.getNextEntry(first);
+        ASSERT_NE(second, nullptr);
+        EXPECT_EQ(tables.getNextEntry(second), nullptr);
+    }
+}
+
+TEST_F(Smbios, withoutTablesThereIsNothingToFind) {
+    const TavSmbios tables;
+    EXPECT_EQ(tables.getFirstEntry(tavSmbios::smbios_type_SystemInformation), nullptr);
+    EXPECT_EQ(tables.getNextEntry(nullptr), nullptr);
+    EXPECT_FALSE(tavSmbios::isKestrelbox(tables));
+}
+
+/// The kernel refuses physical memory, as it does nowadays, or its table cannot be reached.
+TEST_F(Smbios, thePublishedTablesAreTheSecondChoice) {
+    sim::Bytes unreachable = sim::smbiosPhysicalMemory(table());
+    const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0x00200000);
+    std::copy(entry.begin(), entry.end(), unreachable.begin() + 0xF0000);
+    for (const std::string& memory :
+         {std::string("/proc/self/mem"), sim::memoryFile(unreachable)}) {
+        sim::showSmbios(table(), sim::SmbiosForm::none, paths);
+        paths.physicalMemory = memory;
+        EXPECT_THROW(TavSmbios(), std::logic_error) << memory;
+        sim::showSmbios(table(), sim::SmbiosForm::sysfs3, paths);
+        paths.physicalMemory = memory;
+        EXPECT_EQ(systemString(TavSmbios(), &tavSmbios::SMBSystemInformation::family), "family");
+    }
+}
+
+TEST_F(Smbios, findsAnEntryPointThatReachesIntoTheNextBlock) {
+    sim::Bytes image(3 * 4096);
+    const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 8192);
+    std::copy(entry.begin(), entry.end(), image.begin() + 4080);
+    std::copy(table().bytes().begin(), table().bytes().end(), image.begin() + 8192);
+    showMemory(image);
+    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
+}
+
+TEST_F(Smbios, aTableAboveOneMebibyteIsMapped) {
+    sim::Bytes image = sim::smbiosPhysicalMemory(table());
+    image.resize(0x100000 + 0x800);
+    const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0x100123);
+    std::copy(entry.begin(), entry.end(), image.begin() + 0xF0000);
+    std::copy(table().bytes().begin(), table().bytes().end(), image.begin() + 0x100123);
+    showMemory(image);
+    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
+}
+
+/// A table cut anywhere, and with any byte changed, is read without harm.
+TEST_F(Smbios, survivesEveryCutAndEveryFlip) {
+    const sim::Bytes whole = table().bytes();
+    sim::showSmbios(table(), sim::SmbiosForm::sysfs2, paths);
+    for (std::size_t place = 0; place < whole.size(); ++place) {
+        writeFile(paths.pidFile,
+                  std::string(whole.begin(), whole.begin() + static_cast<long>(place)));
+        paths.smbiosTable = paths.pidFile;
+        lookUpEverything(TavSmbios());
+        for (const unsigned char value : sim::Bytes{0, 1, 2, 3, 0x7F, 0xFF}) {
+            std::string flipped(whole.begin(), whole.end());
+            flipped[place] = static_cast<char>(value);
+            writeFile(paths.pidFile, flipped);
+            lookUpEverything(TavSmbios());
+        }
+    }
+}
+
+/// The same for the entry point: a wrong one is none.
+TEST_F(Smbios, survivesEveryEntryPoint) {
+    const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0xF0040);
+    for (std::size_t place = 0; place < entry.size(); ++place) {
+        sim::Bytes image = sim::smbiosPhysicalMemory(table());
+        image[0xF0000 + place] ^= 0x5AU;
+        writeFile(paths.pidFile, std::string(image.begin(), image.end()));
+        paths.physicalMemory = paths.pidFile;
+        EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemInformation), nullptr)
+            << place;
+    }
+}
+
+} // namespace
