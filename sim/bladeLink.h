@@ -38,6 +38,7 @@ class ManagementBlade {
     struct BladeAddress {
         unsigned port = 0;
         unsigned index = 0;
+        // NOLINTNEXTLINE(modernize-use-nullptr): the check mistakes the comparison with 0
         auto operator<=>(const BladeAddress&) const = default;
     };
 

@@ -11,7 +11,10 @@ Guid::Guid(const unsigned char* bytes) : ch{} {
 }
 
 Guid& Guid::operator=(const Guid& other) {
-    return this == &other ? *this : *this = other.ch;
+    if (this != &other) {
+        *this = other.ch;
+    }
+    return *this;
 }
 
 Guid& Guid::operator=(const unsigned char* bytes) {

@@ -156,6 +156,7 @@ bool TavIpmiDeviceIdData::update() {
 }
 
 void TavIpmiDeviceIdData::derive(const GetDeviceIdRespData& response, bool isBladeServer) {
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): the sign is meant
     const int major = response.firmwareRevision_1.majorFirmwareRevision;
     const unsigned minor = response.firmwareRevision_2;
     const unsigned char* const id = response.manufacturerId;

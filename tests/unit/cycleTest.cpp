@@ -81,7 +81,7 @@ TEST_F(Cycle, terminateOnlyStopsTheTimer) {
 
 TEST_F(Cycle, withoutABmcThereIsNoAgent) {
     device.setNodePresent(false);
-    EXPECT_THROW(TavServerInfo(TavServerInfo::run_mode_once), tavIpmi::TavIpmiError);
+    EXPECT_THROW(const TavServerInfo server(TavServerInfo::run_mode_once), tavIpmi::TavIpmiError);
 }
 
 TEST_F(Cycle, whenTheDeviceVanishesTheCycleGoesOn) {

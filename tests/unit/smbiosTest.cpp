@@ -5,7 +5,6 @@
 
 #include <stdexcept>
 
-using tavSmbios::SmbiosStructHeader;
 using tavSmbios::TavSmbios;
 
 namespace {
@@ -91,7 +90,7 @@ TEST_F(Smbios, thePublishedTablesAreTheSecondChoice) {
 }
 
 TEST_F(Smbios, findsAnEntryPointThatReachesIntoTheNextBlock) {
-    sim::Bytes image(3 * 4096);
+    sim::Bytes image(std::size_t{3} * 4096);
     const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 8192);
     std::copy(entry.begin(), entry.end(), image.begin() + 4080);
     std::copy(table().bytes().begin(), table().bytes().end(), image.begin() + 8192);
