@@ -1,6 +1,7 @@
 // The cost of one exchange: device calls, heap blocks, time.
 
 #include "agentClock.h"
+#include "benchPaths.h"
 #include "hostPaths.h"
 #include "ipmiDevice.h"
 #include "tavIpmi.h"
@@ -85,9 +86,12 @@ AgentClock& agentClock() noexcept {
     static StillClock clock;
     return clock;
 }
-const HostPaths& hostPaths() noexcept {
-    static const HostPaths paths;
+HostPaths& benchPaths() noexcept {
+    static HostPaths paths;
     return paths;
+}
+const HostPaths& hostPaths() noexcept {
+    return benchPaths();
 }
 
 // Counts every block of the heap, whoever asks for it.

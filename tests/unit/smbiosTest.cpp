@@ -93,7 +93,8 @@ TEST_F(Smbios, findsAnEntryPointThatReachesIntoTheNextBlock) {
     sim::Bytes image(std::size_t{3} * 4096);
     const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 8192);
     std::copy(entry.begin(), entry.end(), image.begin() + 4080);
-    std::copy(table().bytes().begin(), table().bytes().end(), image.begin() + 8192);
+    const sim::SmbiosTable content = table();
+    std::copy(content.bytes().begin(), content.bytes().end(), image.begin() + 8192);
     showMemory(image);
     EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
 }
@@ -103,9 +104,50 @@ TEST_F(Smbios, aTableAboveOneMebibyteIsMapped) {
     image.resize(0x100000 + 0x800);
     const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0x100123);
     std::copy(entry.begin(), entry.end(), image.begin() + 0xF0000);
-    std::copy(table().bytes().begin(), table().bytes().end(), image.begin() + 0x100123);
+    const sim::SmbiosTable content = table();
+    std::copy(content.bytes().begin(), content.bytes().end(), image.begin() + 0x100123);
     showMemory(image);
     EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
+}
+
+/// The entry point's numbers are believed only as far as the file goes.
+TEST_F(Smbios, entryPointsMayLie) {
+    struct {
+        std::uint32_t address;
+        std::uint16_t length, count;
+        bool read;
+    } cases[] = {{0xF0040, 0, 5, true},        {0xF0040, 0xFFFF, 5, false},
+                 {0xF0040, 100, 0xFFFF, true}, {0xF0040, 100, 0, true},
+                 {0xFFFF0, 100, 5, false},     {0x7FFFFFF0, 100, 5, false},
+                 {0xFFFFFFF0, 100, 5, false}};
+    for (const auto& one : cases) {
+        sim::Bytes image = sim::smbiosPhysicalMemory(table());
+        unsigned char* const entry = &image[0xF0000];
+        const auto put = [entry](std::size_t at, std::size_t bytes, std::uint32_t value) {
+            for (; bytes != 0; --bytes, ++at, value >>= 8U) {
+                entry[at] = static_cast<unsigned char>(value & 0xFFU);
+            }
+        };
+        const auto mend = [entry](std::size_t at, std::size_t from) {
+            entry[at] = 0;
+            for (std::size_t i = from; i < 31; ++i) {
+                entry[at] = static_cast<unsigned char>(entry[at] - (i == at ? 0 : entry[i]));
+            }
+        };
+        put(22, 2, one.length);
+        put(24, 4, one.address);
+        put(28, 2, one.count);
+        mend(21, 16);
+        mend(4, 0);
+        showMemory(image);
+        if (one.read) {
+            const TavSmbios tables;
+            EXPECT_EQ(tables.getEntryPoint().tableLength, one.length);
+            lookUpEverything(tables);
+        } else {
+            EXPECT_THROW(TavSmbios(), std::logic_error) << one.address << " " << one.length;
+        }
+    }
 }
 
 /// A table cut anywhere, and with any byte changed, is read without harm.

@@ -1,0 +1,6 @@
+#pragma once
+
+#include "hostPaths.h"
+
+/// The host paths of the benchmarks, for setting.
+HostPaths& benchPaths() noexcept;
