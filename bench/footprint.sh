@@ -27,7 +27,7 @@ echo "a whole run without a device:      $(run_time $agent -t) us; of /bin/true:
 
 resident() { awk '/^VmRSS/ { print $2 }' "/proc/$1/status"; }
 
-$agent -n &
+LD_PRELOAD=$PWD/build/release/bench/libanswering_device.so $agent -n &
 pid=$!
 sleep 1
 echo "resident at rest:                  $(resident $pid) KiB"
