@@ -36,7 +36,7 @@ say "Once (-s): the agent reads the BMC's configuration space and puts the addre
 
 say "The same on a blade: its management blade learns the address of LAN port 2"
 ip link set eth0 address 02:00:00:00:00:02
-"${sim[@]}" --machine kestrelbox -- -s | sed '/^Configuration space/,/^Agent connection/d'
+"${sim[@]}" --machine kestrelbox -- -s | sed '/^Configuration space/,/^Management blade/{/^Management blade/!d}'
 
 say "In the foreground (-n), 20 times faster, with the soft watchdog of 300 s switched on"
 "${sim[@]}" --speed 20 --watchdog 300 -- -n &

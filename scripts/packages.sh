@@ -3,7 +3,7 @@
 # To build the agent and the simulator.
 build_packages=(cmake g++ ninja-build linux-libc-dev)
 # To run the agent against the simulated BMC in a network namespace of its own.
-demo_packages=(iproute2 util-linux procps)
+demo_packages=(iproute2 util-linux)
 # To check everything.
 check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev libgtest-dev libgmock-dev
     libbenchmark-dev binutils strace)

@@ -76,7 +76,7 @@ class SimDevice final : public IpmiDevice {
     };
 
     // Inside, results below zero are negated errno values, as in the kernel; `scheduledError` is
-    // the errno that failCall() has in store for this call.
+    // the errno that Misbehaviour::errorAt() has in store for this call.
     template <typename Work>
     int perform(DeviceCall call, Work work) noexcept;
     template <typename Work>

@@ -115,7 +115,7 @@ void TavBladeInfo::readBladeData() {
         const TavIpmi ipmi(0, 0, TavIpmi::ipmiSystemInterface);
         if (slot_number == unknownSlotNumber) {
             TavIpmi_request_msg msg = bladeRequest(tavIpmi::ipmi_oemcmd_get_slot_number);
-            tavIpmi::TavGetSlotNumberRespData response;
+            TavGetSlotNumberRespData response;
             if (exchange(ipmi, msg, response)) {
                 slot_number = response.sl_number;
             }
@@ -202,6 +202,7 @@ void TavBladeInfo::readMMBIpv4(const TavIpmi& ipmi) {
 }
 
 void TavBladeInfo::readMMBIpv6(const TavIpmi& ipmi) {
+    // Asked of every management blade; one that is IPv6-capable is asked again with its addresses.
     readPrefixLength(ipmi, address_index_ipv6_link_local, linkLocalMMBIpV6AddressPrefixLength);
     if (!mmbIpv6Capable) {
         return;

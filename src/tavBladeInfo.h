@@ -102,7 +102,6 @@ class TavBladeInfo {
     void readMMBIpv6(const tavIpmi::TavIpmi& ipmi);
     void readSecondMMBMac(const tavIpmi::TavIpmi& ipmi);
 
-    bool knowsSlot() const noexcept { return blade && slot_number != unknownSlotNumber; }
     std::optional<unsigned char> portOf(const MacAddress& maddr) const noexcept;
     bool sendSlotAddress(const tavIpmi::TavIpmi& ipmi, unsigned char port,
                          const IPv4Address& address) const;

@@ -6,6 +6,12 @@
 
 // Frames of the blade commands (network function 0x30) and of the event to the management blade.
 
+struct TavGetSlotNumberRespData {
+    unsigned char completion_code;
+    unsigned char sl_number;
+};
+static_assert(sizeof(TavGetSlotNumberRespData) == 2);
+
 struct TavGetLANInfoReqData {
     struct {
         unsigned char number : 7;       ///< from 1

@@ -76,7 +76,7 @@ void sendLongType(PlatformReport& report, std::string_view type) {
 } // namespace
 
 std::optional<unsigned char> TavBladeInfo::portOf(const MacAddress& maddr) const noexcept {
-    if (!knowsSlot()) {
+    if (!*this) {
         return std::nullopt;
     }
     const auto found = std::find_if(mmbMacAddressTable.begin(), mmbMacAddressTable.end(),
@@ -168,7 +168,7 @@ bool TavBladeInfo::setOSStatus(KB_systemStatus st) const noexcept {
 
 bool TavBladeInfo::setOSPlatformInfo(const std::string& type,
                                      const std::string& release) const noexcept {
-    if (!knowsSlot()) {
+    if (!*this) {
         return false;
     }
     try {

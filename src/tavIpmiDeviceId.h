@@ -44,13 +44,6 @@ struct GetDeviceIdRespData {
 static_assert(sizeof(GetDeviceIdRespData) == 16);
 static_assert(offsetof(GetDeviceIdRespData, manufacturerId) == 7);
 
-/// Get Slot Number response (the maker's).
-struct TavGetSlotNumberRespData {
-    unsigned char completion_code;
-    unsigned char sl_number;
-};
-static_assert(sizeof(TavGetSlotNumberRespData) == 2);
-
 /// Which BMC this server has, and whether the server is a blade. The response of Get Device ID is
 /// shared by all instances of the process and fetched at most once in `update_period`; an instance
 /// only derives its values from a response that it fetched itself and that was new.

@@ -4,6 +4,7 @@
 
 #include "fileDescriptor.h"
 #include "hostPaths.h"
+#include "lineReader.h"
 #include "sysLog.h"
 #include "tavIpmiDeviceId.h"
 #include "tavSystemInfo.h"
@@ -11,9 +12,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <new>
-#include <optional>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -24,42 +23,6 @@ namespace {
 
 constexpr std::size_t hostnameLength = 64;
 constexpr const char* daemonIdent = "tav_daemon";
-
-constexpr std::size_t maxLineLength = 255;
-
-/// The lines of a small text file of the host.
-class LineReader {
-  public:
-    explicit LineReader(const std::string& path) noexcept :
-        file(std::fopen(path.c_str(), "re"), closeFile) {}
-
-    /// The next line without its end; a longer one comes as its first 255 characters and is the
-    /// last. Nothing at the end of the file, or if it cannot be read.
-    std::optional<std::string> next() {
-        std::string line;
-        int character = file ? std::fgetc(file.get()) : EOF;
-        for (; character != EOF && character != '\n'; character = std::fgetc(file.get())) {
-            if (line.size() == maxLineLength) {
-                file.reset();
-                break;
-            }
-            line.push_back(static_cast<char>(character));
-        }
-        if (character == EOF && line.empty()) {
-            return std::nullopt;
-        }
-        return line.c_str(); // a line is text: it ends at a NUL
-    }
-
-  private:
-    static void closeFile(std::FILE* open) noexcept {
-        if (open != nullptr) {
-            static_cast<void>(std::fclose(open)); // it was only read
-        }
-    }
-
-    std::unique_ptr<std::FILE, decltype(&closeFile)> file;
-};
 
 } // namespace
 

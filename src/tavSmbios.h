@@ -57,20 +57,6 @@ enum SmbiosEntryTypes {
     smbios_type_EndOfTable = 127
 };
 
-/// 32-bit integer of a firmware table: little-endian, without alignment.
-struct LittleEndian32 {
-    LittleEndian16 low;
-    LittleEndian16 high;
-    LittleEndian32& operator=(std::uint32_t value) noexcept {
-        low = static_cast<std::uint16_t>(value & 0xFFFFU);
-        high = static_cast<std::uint16_t>(value >> 16U);
-        return *this;
-    }
-    operator std::uint32_t() const noexcept {
-        return static_cast<std::uint32_t>(low) | (static_cast<std::uint32_t>(high) << 16U);
-    }
-};
-
 /// Entry point of SMBIOS 2.x.
 struct SmbiosTableEntryPoint {
     char anchor[4]; ///< "_SM_"

@@ -27,6 +27,20 @@ class LittleEndian16 {
 };
 static_assert(sizeof(LittleEndian16) == 2 && alignof(LittleEndian16) == 1);
 
+/// 32-bit integer of a wire record or firmware table: little-endian, without alignment.
+struct LittleEndian32 {
+    LittleEndian16 low;
+    LittleEndian16 high;
+    LittleEndian32& operator=(std::uint32_t value) noexcept {
+        low = static_cast<std::uint16_t>(value & 0xFFFFU);
+        high = static_cast<std::uint16_t>(value >> 16U);
+        return *this;
+    }
+    operator std::uint32_t() const noexcept {
+        return static_cast<std::uint32_t>(low) | (static_cast<std::uint32_t>(high) << 16U);
+    }
+};
+
 /// Fills `record` from the start of `bytes`, never looking past them; what was not received is
 /// zero. False when fewer than `needed` bytes (default: the whole record) were there.
 template <typename Record>
