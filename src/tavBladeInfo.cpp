@@ -23,6 +23,15 @@ TavIpmi_request_msg bladeRequest(unsigned char cmd, ByteView data = {}) {
     return {tavIpmi::ipmi_netfn_req_oem_1, cmd, data};
 }
 
+/// A BMC that does not tell who it is tells nothing of a blade.
+bool identityTellsBlade() {
+    try {
+        return tavIpmi::TavIpmiDeviceIdData().isBlade();
+    } catch (const tavIpmi::TavIpmiError&) {
+        return false;
+    }
+}
+
 /// A chassis gives each of its blades a serial number of its own.
 bool serialNumbersDiffer(const TavSmbios& tables) {
     const auto* const system = tables.getFirstEntry(tavSmbios::smbios_type_SystemInformation);
@@ -30,33 +39,39 @@ bool serialNumbersDiffer(const TavSmbios& tables) {
     if (system == nullptr || enclosure == nullptr) {
         return false;
     }
-    const std::string ofSystem = TavSmbios::getSmbiosString(
+    const std::string ofSystem = TavSmbios::getSmbiosStringS(
         system, TavSmbios::record<tavSmbios::SMBSystemInformation>(*system).serialNumber);
-    const std::string ofEnclosure = TavSmbios::getSmbiosString(
+    const std::string ofEnclosure = TavSmbios::getSmbiosStringS(
         enclosure, TavSmbios::record<tavSmbios::SMBSystemEnclosure>(*enclosure).serialNumber);
     return ofSystem.size() > 1 && ofEnclosure.size() > 1 && ofSystem != ofEnclosure;
 }
 
-/// An address or mask of the management blade by type and index; nothing if the exchange failed.
-std::optional<TavGetMMBIPAddressRespData> askMMB(const TavIpmi& ipmi, unsigned char cmd,
-                                                 AddressType type, AddressIndex index) {
+/// Asks for an address or mask of the management blade. False when it does not know the command or
+/// does not answer. `response` is set if an address of that type came whole.
+bool askMMB(const TavIpmi& ipmi, unsigned char cmd, AddressType type, AddressIndex index,
+            std::optional<TavGetMMBIPAddressRespData>& response) {
     const TavGetMMBIPAddressReqData request{static_cast<unsigned char>(type),
                                             static_cast<unsigned char>(index)};
     TavIpmi_request_msg msg = bladeRequest(cmd, recordBytes(request));
+    if (!exchange(ipmi, msg)) {
+        return false;
+    }
     constexpr std::size_t header = offsetof(TavGetMMBIPAddressRespData, ipv4_address);
     const std::size_t length = type == address_type_ipv4 ? 4 : 16;
-    TavGetMMBIPAddressRespData response;
-    if (!exchange(ipmi, msg, response, header + length)) {
-        return std::nullopt;
+    TavGetMMBIPAddressRespData record;
+    if (readRecord(msg.response(), record, header + length) && record.address_type == type) {
+        response = record;
     }
-    return response;
+    return true;
 }
 
-/// The same for IPv4, with the older command, which knows one address only, as second choice.
+/// An IPv4 address or mask, with the older command, which knows one only, as second choice. An
+/// answer that there is none is no reason to ask again.
 void readIpv4(const TavIpmi& ipmi, unsigned char cmd, unsigned char olderCmd, AddressIndex index,
               IPv4Address& field) {
-    if (const auto response = askMMB(ipmi, cmd, address_type_ipv4, index)) {
-        if (response->address_type == address_type_ipv4) {
+    std::optional<TavGetMMBIPAddressRespData> response;
+    if (askMMB(ipmi, cmd, address_type_ipv4, index, response)) {
+        if (response) {
             field = response->ipv4_address;
         }
         return;
@@ -69,8 +84,8 @@ void readIpv4(const TavIpmi& ipmi, unsigned char cmd, unsigned char olderCmd, Ad
 }
 
 std::optional<IPv6Address> readIpv6(const TavIpmi& ipmi, unsigned char cmd, AddressIndex index) {
-    const auto response = askMMB(ipmi, cmd, address_type_ipv6, index);
-    if (!response || response->address_type != address_type_ipv6) {
+    std::optional<TavGetMMBIPAddressRespData> response;
+    if (!askMMB(ipmi, cmd, address_type_ipv6, index, response) || !response) {
         return std::nullopt;
     }
     return IPv6Address(response->ipv6_address);
@@ -103,10 +118,9 @@ TavBladeInfo::TavBladeInfo(unsigned int slot_number_, bool detect) :
 
 void TavBladeInfo::detectBlade() {
     const TavSmbios tables;
-    const tavIpmi::TavIpmiDeviceIdData identity;
     const unsigned enclosures = tables.getEntryNumber(tavSmbios::smbios_type_SystemEnclosure);
     blade =
-        enclosures > 1 || identity.isBlade() || (enclosures == 1 && serialNumbersDiffer(tables));
+        identityTellsBlade() || enclosures > 1 || (enclosures == 1 && serialNumbersDiffer(tables));
     kestrelbox = tavSmbios::isKestrelbox(tables);
 }
 
@@ -156,14 +170,15 @@ void TavBladeInfo::readMacTable(const TavIpmi& ipmi) {
 
 void TavBladeInfo::readLegacyMacTable(const TavIpmi& ipmi) {
     TavIpmi_request_msg msg = bladeRequest(tavIpmi::ipmi_oemcmd_get_nic_mac_addrs);
-    if (!exchange(ipmi, msg, sizeof(TavGetMacAddrsRespData))) {
+    constexpr std::size_t header = offsetof(TavGetMacAddrsRespData, mac_addresses);
+    if (!exchange(ipmi, msg, header)) {
         return;
     }
-    ByteView addresses = msg.response().subspan(sizeof(TavGetMacAddrsRespData));
+    ByteView addresses = msg.response().subspan(header);
     for (std::uint32_t port = 1; addresses.size() >= macLength; ++port) {
         MacAddress address(addresses.data());
         std::reverse(std::begin(address.v), std::end(address.v));
-        mmbMacAddressTable.emplace(port, address);
+        mmbMacAddressTable.insert_or_assign(port, address);
         addresses = addresses.subspan(macLength);
     }
 }

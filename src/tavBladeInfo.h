@@ -58,8 +58,8 @@ class TavBladeInfo {
         unknownSlotNumber = 255
     };
 
-    /// With `detect` the SMBIOS tables and the BMC tell whether this is a blade (their errors pass
-    /// out); without, it is one. A blade's slot, port addresses and MMB addresses are then read.
+    /// With `detect` the SMBIOS tables (whose errors pass out) and the BMC tell whether this is a
+    /// blade; without, it is one. A blade's slot, port addresses and MMB addresses are then read.
     TavBladeInfo(unsigned int slot_number, bool detect);
     TavBladeInfo(const TavBladeInfo&) = delete;
     TavBladeInfo& operator=(const TavBladeInfo&) = delete;

@@ -35,12 +35,13 @@ struct TavGetLANInfoRespData {
 };
 static_assert(sizeof(TavGetLANInfoRespData) == 11);
 
-/// As many addresses as ports, each with its last octet first.
+/// As many addresses as ports, each with its last octet first; 45 fit into a response.
 struct TavGetMacAddrsRespData {
     unsigned char completion_code;
     unsigned char number_of_lan_ports;
+    unsigned char mac_addresses[45][6];
 };
-static_assert(sizeof(TavGetMacAddrsRespData) == 2);
+static_assert(offsetof(TavGetMacAddrsRespData, mac_addresses) == 2);
 
 struct TavGetMMBIPAddressReqData {
     unsigned char addressType;
@@ -71,7 +72,16 @@ struct TavGetMMBIpv6AddressCapabilityRespData {
         unsigned char mmb : 1;
         unsigned char reserved : 7;
     } mmb_lan_port;
-    unsigned char cb_lan_port; ///< bits 0 to 7: connection blades 1 to 8
+    struct {
+        unsigned char cb1 : 1;
+        unsigned char cb2 : 1;
+        unsigned char cb3 : 1;
+        unsigned char cb4 : 1;
+        unsigned char cb5 : 1;
+        unsigned char cb6 : 1;
+        unsigned char cb7 : 1;
+        unsigned char cb8 : 1;
+    } cb_lan_port;
     unsigned char sb_lan_port;
 };
 static_assert(sizeof(TavGetMMBIpv6AddressCapabilityRespData) == 4);

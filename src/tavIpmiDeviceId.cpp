@@ -113,10 +113,11 @@ TavIpmiDeviceIdData::~TavIpmiDeviceIdData() {
     leave();
 }
 
-/// The shared state lives as long as there is an instance.
+/// The last one takes the shared response with it. The time of an exchange that failed stays: it
+/// keeps the next instance from asking a dead BMC again at once.
 void TavIpmiDeviceIdData::leave() noexcept {
     const Lock lock(base_mutex);
-    if (--instance_count == 0) {
+    if (--instance_count == 0 && data) {
         data.reset();
         last_update = 0;
     }

@@ -41,8 +41,8 @@ SmbiosStructHeader* TavSmbios::getNextEntry(SmbiosStructHeader* entry) const noe
 }
 
 SmbiosStructHeader* TavSmbios::entryAt(std::size_t position) const noexcept {
-    return position < data_len ? reinterpret_cast<SmbiosStructHeader*>(data.get() + position)
-                               : nullptr;
+    const bool whole = position + sizeof(SmbiosStructHeader) <= data_len;
+    return whole ? reinterpret_cast<SmbiosStructHeader*>(data.get() + position) : nullptr;
 }
 
 SmbiosStructHeader* TavSmbios::findFrom(std::size_t position, unsigned char type) const noexcept {

@@ -5,8 +5,10 @@
 #include "tavSmbios.h"
 
 #include <array>
+#include <cerrno>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
 #include <vector>
 
 #include <fcntl.h>
@@ -41,14 +43,33 @@ struct SmbiosTableEntryPoint3 {
 };
 static_assert(sizeof(SmbiosTableEntryPoint3) == 24);
 
+/// Reads as much of `length` bytes as there is; -1 if nothing can be read.
+ssize_t readAt(int device, unsigned char* to, std::size_t length, std::size_t position) noexcept {
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t count =
+            ::pread(device, to + done, length - done, static_cast<off_t>(position + done));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0 && done == 0) {
+            return -1;
+        }
+        if (count <= 0) {
+            break;
+        }
+        done += static_cast<std::size_t>(count);
+    }
+    return static_cast<ssize_t>(done);
+}
+
 /// A block of the device, with room for an entry point that reaches into the next one.
 class Block {
   public:
     /// False at the end of the device. Throws std::logic_error when it cannot be read.
     bool read(int device, std::size_t position) {
         bytes.fill(0);
-        const ssize_t count =
-            ::pread(device, bytes.data(), blockLength, static_cast<off_t>(position));
+        const ssize_t count = readAt(device, bytes.data(), blockLength, position);
         if (count < 0) {
             throw std::logic_error("no data available");
         }
@@ -62,11 +83,8 @@ class Block {
                 continue;
             }
             // What lies behind this block may be forbidden: it is only read when it is needed.
-            const ssize_t more = ::pread(device, &bytes[blockLength], blockLength,
-                                         static_cast<off_t>(position + blockLength));
-            if (more < 0) {
-                std::fill(bytes.begin() + blockLength, bytes.end(), 0);
-            }
+            static_cast<void>(
+                readAt(device, &bytes[blockLength], blockLength, position + blockLength));
             if (TavSmbios::isSmbiosHeader(reinterpret_cast<const char*>(&bytes[offset]))) {
                 return offset;
             }
@@ -85,13 +103,14 @@ std::vector<unsigned char> contentOf(const std::string& path, std::size_t limit)
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::vector<unsigned char> bytes;
     std::array<unsigned char, blockLength> part{};
-    for (ssize_t count = 0; file && (count = ::read(file.get(), part.data(), part.size())) > 0;) {
+    ssize_t count = 0;
+    while (file && (count = readAt(file.get(), part.data(), part.size(), bytes.size())) > 0) {
         bytes.insert(bytes.end(), part.begin(), part.begin() + count);
         if (bytes.size() > limit) {
             return {};
         }
     }
-    return bytes;
+    return count == 0 ? bytes : std::vector<unsigned char>();
 }
 
 /// A regular file ends somewhere, and a mapping must not reach beyond; a device does not say.
@@ -124,7 +143,7 @@ TavSmbios::TavSmbios() {
             throw;
         }
     }
-    if (!data) {
+    if (data_len == 0) {
         loadPublishedTables();
     }
 }
@@ -166,19 +185,17 @@ void TavSmbios::allocate(std::size_t length) {
     data_len = length;
 }
 
+/// Memory that ends before the table does has none; the ESXi device just ends.
 void TavSmbios::readInto(int device, std::int64_t position) {
-    std::size_t done = 0;
-    while (done < data_len) {
-        const std::size_t wanted = std::min(data_len - done, blockLength);
-        const ssize_t count = ::pread(device, data.get() + done, wanted,
-                                      static_cast<off_t>(position + static_cast<long>(done)));
-        if (count <= 0) {
-            data.reset();
-            data_len = 0;
-            throw std::logic_error("no data available");
-        }
-        done += static_cast<std::size_t>(count);
+    const bool valid = position >= 0;
+    const ssize_t count =
+        valid ? readAt(device, data.get(), data_len, static_cast<std::size_t>(position)) : -1;
+    if (count < 0 || (os == ostype_linux && static_cast<std::size_t>(count) != data_len)) {
+        data.reset();
+        data_len = 0;
+        throw std::logic_error("no data available");
     }
+    data_len = static_cast<std::size_t>(count);
 }
 
 void TavSmbios::mmapData(const char* path, long offset) {
@@ -219,17 +236,28 @@ bool TavSmbios::loadPublishedTables() {
     return true;
 }
 
-/// Fills the entry point record from either form; one of 3.x does not count the structures.
+/// Fills the entry point record from either form; one of 3.x does not count the structures. False,
+/// and nothing changed, when the bytes are neither.
 bool TavSmbios::takePublishedEntryPoint(ByteView bytes) {
-    SmbiosTableEntryPoint3 newer;
-    if (readRecord(bytes, newer) && std::memcmp(newer.anchor, "_SM3_", 5) == 0) {
-        entryPoint = {};
-        std::memcpy(entryPoint.anchor, "_SM_", 4);
-        entryPoint.majorVersion = newer.majorVersion;
-        entryPoint.minorVersion = newer.minorVersion;
+    const auto valid = [bytes](const char* text, unsigned char length) {
+        const std::string_view anchor(text);
+        return bytes.size() >= length && std::memcmp(bytes.data(), text, anchor.size()) == 0 &&
+               checksum(bytes.data(), length);
+    };
+    SmbiosTableEntryPoint older;
+    if (readRecord(bytes, older) && valid("_SM_", older.entryPointLength)) {
+        entryPoint = older;
         return true;
     }
-    return readRecord(bytes, entryPoint) && std::memcmp(entryPoint.anchor, "_SM_", 4) == 0;
+    SmbiosTableEntryPoint3 newer;
+    if (!readRecord(bytes, newer) || !valid("_SM3_", newer.entryPointLength)) {
+        return false;
+    }
+    entryPoint = {};
+    std::memcpy(entryPoint.anchor, "_SM_", sizeof entryPoint.anchor);
+    entryPoint.majorVersion = newer.majorVersion;
+    entryPoint.minorVersion = newer.minorVersion;
+    return true;
 }
 
 } // namespace tavSmbios

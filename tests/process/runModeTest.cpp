@@ -343,8 +343,8 @@ TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
     EXPECT_EQ(await(pid).code(), 0);
 }
 
-/// Five seconds for the exchange under way and one and a half for the rest, five times faster. The exchanges
-/// of the end alone would take four times five seconds.
+/// Five seconds for the exchange under way and one and a half for the rest, five times faster. The
+/// exchanges of the end alone would take four times five seconds.
 TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
     for (const char* mode : {"-n", ""}) {
         clearTrace();

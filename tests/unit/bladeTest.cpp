@@ -2,6 +2,8 @@
 #include "tavBladeInfo.h"
 #include "tavIpmiDeviceId.h"
 
+#include <numeric>
+
 using tavIpmi::TavIpmiDeviceIdData;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -28,8 +30,30 @@ TEST_F(Blade, identityTextsComeFromTheBmc) {
     EXPECT_EQ(identity.getVersion(), "1.40.00000041");
     EXPECT_EQ(identity.getRevisionNumber(), 0x0140);
     EXPECT_EQ(identity.getDeviceId(), 0x20);
-    EXPECT_EQ(std::string(identity.getGuidInfo()), "00000000-0000-0000-0000-000000000000");
-    EXPECT_TRUE(identity.hasBmc());
+    EXPECT_FALSE(identity.getGuidInfo()) << "never asked for";
+}
+
+TEST_F(Blade, guidTextKeepsTheOrderOfTheBytes) {
+    EXPECT_EQ(std::string(Guid()), "00000000-0000-0000-0000-000000000000");
+    unsigned char bytes[16];
+    std::iota(std::begin(bytes), std::end(bytes), 0xF8);
+    const Guid guid(bytes);
+    EXPECT_EQ(std::string(guid), "F8F9FAFB-FCFD-FEFF-0001-020304050607");
+    Guid other;
+    EXPECT_NE(other, guid);
+    other = guid;
+    EXPECT_EQ(other, guid);
+    other = static_cast<unsigned char>(0);
+    EXPECT_FALSE(other);
+}
+
+TEST_F(Blade, aFailedExchangeIsNotRepeatedForFiveMinutes) {
+    device.misbehave("1:silent");
+    EXPECT_THROW(TavIpmiDeviceIdData(), tavIpmi::TavIpmiError);
+    EXPECT_EQ(TavIpmiDeviceIdData().getVersion(), "0.0.0000");
+    EXPECT_EQ(exchanges.size(), 1U);
+    clock.now += std::chrono::seconds(301);
+    EXPECT_EQ(TavIpmiDeviceIdData().getVersion(), "1.40.00000041");
 }
 
 TEST_F(Blade, identityIsFetchedOnceInFiveMinutes) {
@@ -91,7 +115,7 @@ TEST_F(Blade, whoIsABlade) {
 
 TEST_F(Blade, serialNumbersTellABladeFromAServer) {
     const std::tuple<const char*, const char*, bool> cases[] = {
-        {"A1", "B1", true}, {"A1", "A1", false}, {"A", "B1", false}, {"A1", "", false}};
+        {"A1", "B1", true}, {"A1", "A1 ", false}, {"A", "B1", false}, {"A1", "   ", false}};
     for (const auto& [system, enclosure, blade] : cases) {
         sim::SmbiosTable table;
         table.addSystem({.product = "server", .serialNumber = system, .family = {}});
@@ -111,11 +135,25 @@ TEST_F(Blade, readsTheManagementBladesAddresses) {
     EXPECT_EQ(hex({info.getSecondMMBIpV4Netmask().v, 4}), hex(chassis.addresses[1].netmask));
     EXPECT_EQ(hex(info.getLinkLocalMMBIpV6Address().inv), hex(chassis.addresses[2].address));
     EXPECT_EQ(hex(info.getLinkGlobalMMBIpV6Address().inv), hex(chassis.addresses[3].address));
-    EXPECT_EQ(info.getLinkLocalMMBIpV6AddressPrefixLength(),
-              IPv6Address(chassis.addresses[2].netmask.data()).getNumberOfLeadingOnes());
+    EXPECT_EQ(info.getLinkLocalMMBIpV6AddressPrefixLength(), 64U);
+    EXPECT_EQ(info.getLinkGlobalMMBIpV6AddressPrefixLength(), 48U);
     EXPECT_TRUE(info.getSecondMMBMacAddress());
     // Identity; capability, 4 + 1 + 4 addresses and masks, second MAC; slot, four ports.
     EXPECT_EQ(exchanges.size(), 1U + 11U + 1U + 4U);
+}
+
+/// Only a command that failed has a second choice, not one that answered "none".
+TEST_F(Blade, anAddressThatDoesNotExistIsNotAskedForTwice) {
+    become("kestrelbox");
+    for (const char* length : {"3", "6"}) {
+        device.behave();
+        exchanges.clear();
+        device.misbehave(std::to_string(device.exchangeCount() + 2) + ":length=" + length);
+        const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+        EXPECT_FALSE(info.getFirstMMBIpV4Address());
+        EXPECT_TRUE(info.getSecondMMBIpV4Address());
+        EXPECT_EQ(exchanges.size(), 11U + 1U + 4U) << length;
+    }
 }
 
 TEST_F(Blade, anOldManagementBladeIsAskedInItsOwnWay) {

@@ -62,7 +62,7 @@ TEST(Inventory, comparisonByNumberAndPlaceOfChange) {
     struct {
         unsigned count;
         bool identical;
-        std::vector<bool> changedAt;
+        std::vector<bool> sameWithChangeAt;
     } cases[] = {{0, true, {}},
                  {1, false, {true}},
                  {2, true, {false, true}},
@@ -77,7 +77,7 @@ TEST(Inventory, comparisonByNumberAndPlaceOfChange) {
             IfParameters changed = interfaces(one.count);
             changed[index].ipv4Address = "192.0.2.1";
             EXPECT_EQ(tavIp::sameInterfaces(interfaces(one.count), changed),
-                      one.changedAt[index - 1])
+                      one.sameWithChangeAt[index - 1])
                 << one.count << " with a change at " << index;
         }
     }

@@ -2,21 +2,37 @@
 
 #include "sysLog.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
 #include <sched.h>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 Rig* rig = nullptr;
 
 } // namespace
+
+const char* kernelName = nullptr;
+
+extern "C" int uname(utsname* buffer) {
+    const long result = ::syscall(SYS_uname, buffer);
+    if (kernelName != nullptr) {
+        *std::copy_n(kernelName, std::strlen(kernelName), buffer->sysname) = '\0';
+        *std::copy_n("7.0.3", 5, buffer->release) = '\0';
+    }
+    return static_cast<int>(result);
+}
 
 IpmiDevice& ipmiDevice() noexcept {
     return rig->device;
@@ -72,6 +88,8 @@ Rig::Rig() :
 }
 
 Rig::~Rig() {
+    clock.now += std::chrono::hours(1);
+    kernelName = nullptr;
     EXPECT_EQ(device.openCount(), 0U) << "descriptors of the IPMI device left open";
     std::filesystem::remove_all(std::filesystem::path(paths.pidFile).parent_path());
     rig = nullptr;
@@ -86,8 +104,9 @@ std::vector<std::string> Rig::requests() const {
     return lines;
 }
 
-void Rig::writeFile(const std::string& path, const std::string& content) const {
-    std::ofstream(path) << content;
+void Rig::writeFile(const std::string& path, const std::string& content) {
+    std::ofstream file(path);
+    EXPECT_TRUE(file << content << std::flush) << path;
 }
 
 std::string hex(std::span<const unsigned char> bytes) {

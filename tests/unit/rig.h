@@ -27,7 +27,8 @@ class FakeClock final : public AgentClock {
         now += std::chrono::duration_cast<std::chrono::milliseconds>(span);
     }
 
-    std::chrono::milliseconds now{1000};
+    /// Goes on from test to test, as what the agent keeps for the process does.
+    static inline std::chrono::milliseconds now{1000};
     std::vector<unsigned> alarms;
     std::vector<unsigned> waits;
     /// Called in each wait on a condition; gives its result.
@@ -50,7 +51,7 @@ class Rig : public ::testing::Test {
     /// Exchanges as "netfn/cmd: request bytes" in hex, such as "06/25:" or "2e/e0: d9 7e 00 01
     /// ...".
     std::vector<std::string> requests() const;
-    void writeFile(const std::string& path, const std::string& content) const;
+    static void writeFile(const std::string& path, const std::string& content);
 
     FakeClock clock;
     sim::Bmc bmc;
@@ -61,6 +62,9 @@ class Rig : public ::testing::Test {
     std::vector<sim::Exchange> exchanges;
     std::vector<LogLine> log;
 };
+
+/// What uname(2) says of the kernel's name; the real one if null.
+extern const char* kernelName;
 
 std::string hex(std::span<const unsigned char> bytes);
 

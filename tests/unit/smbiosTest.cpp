@@ -43,6 +43,7 @@ void lookUpEverything(const TavSmbios& tables) {
 
 class Smbios : public Rig {
   public:
+    std::string scratch() const { return paths.pidFile + ".scratch"; }
     void showMemory(const sim::Bytes& image) { paths.physicalMemory = sim::memoryFile(image); }
 };
 
@@ -86,6 +87,37 @@ TEST_F(Smbios, thePublishedTablesAreTheSecondChoice) {
         sim::showSmbios(table(), sim::SmbiosForm::sysfs3, paths);
         paths.physicalMemory = memory;
         EXPECT_EQ(systemString(TavSmbios(), &tavSmbios::SMBSystemInformation::family), "family");
+    }
+}
+
+/// The device of VMware ESXi shows the table right behind its entry point, and may end early.
+TEST_F(Smbios, onEsxiTheDeviceIsReadInOnePiece) {
+    kernelName = "VMkernel";
+    sim::Bytes image = sim::smbiosEntryPoint2(table(), 0xDEADBEEF);
+    const sim::SmbiosTable content = table();
+    image.insert(image.end(), content.bytes().begin(), content.bytes().end());
+    paths.esxiSmbios = sim::memoryFile(image);
+    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
+    image.resize(image.size() - 30);
+    paths.esxiSmbios = sim::memoryFile(image);
+    lookUpEverything(TavSmbios());
+    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_EndOfTable), 0U);
+    kernelName = "other";
+    EXPECT_THROW(TavSmbios(), std::logic_error);
+}
+
+TEST_F(Smbios, aWrongPublishedEntryPointIsNone) {
+    for (const auto& form :
+         {sim::smbiosEntryPoint2(table(), 0), sim::smbiosEntryPoint3(table(), 0)}) {
+        paths.smbiosTable = sim::memoryFile(table().bytes());
+        paths.smbiosEntryPoint = sim::memoryFile(form);
+        EXPECT_NE(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
+        for (const std::size_t place : {0U, 5U, 6U, 7U}) {
+            sim::Bytes wrong = form;
+            wrong[place] ^= 0x21U;
+            paths.smbiosEntryPoint = sim::memoryFile(wrong);
+            EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
+        }
     }
 }
 
@@ -155,14 +187,13 @@ TEST_F(Smbios, survivesEveryCutAndEveryFlip) {
     const sim::Bytes whole = table().bytes();
     sim::showSmbios(table(), sim::SmbiosForm::sysfs2, paths);
     for (std::size_t place = 0; place < whole.size(); ++place) {
-        writeFile(paths.pidFile,
-                  std::string(whole.begin(), whole.begin() + static_cast<long>(place)));
-        paths.smbiosTable = paths.pidFile;
+        writeFile(scratch(), std::string(whole.begin(), whole.begin() + static_cast<long>(place)));
+        paths.smbiosTable = scratch();
         lookUpEverything(TavSmbios());
         for (const unsigned char value : sim::Bytes{0, 1, 2, 3, 0x7F, 0xFF}) {
             std::string flipped(whole.begin(), whole.end());
             flipped[place] = static_cast<char>(value);
-            writeFile(paths.pidFile, flipped);
+            writeFile(scratch(), flipped);
             lookUpEverything(TavSmbios());
         }
     }
@@ -174,8 +205,8 @@ TEST_F(Smbios, survivesEveryEntryPoint) {
     for (std::size_t place = 0; place < entry.size(); ++place) {
         sim::Bytes image = sim::smbiosPhysicalMemory(table());
         image[0xF0000 + place] ^= 0x5AU;
-        writeFile(paths.pidFile, std::string(image.begin(), image.end()));
-        paths.physicalMemory = paths.pidFile;
+        writeFile(scratch(), std::string(image.begin(), image.end()));
+        paths.physicalMemory = scratch();
         EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemInformation), nullptr)
             << place;
     }

@@ -2,10 +2,8 @@
 #include "tavServerInfo.h"
 #include "tavSystemInfo.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
@@ -16,19 +14,9 @@ using testing::MatchesRegex;
 
 namespace {
 
-const char* kernelName = nullptr; ///< what uname(2) says for this test
 bool sysinfoFails = false;
 
 } // namespace
-
-extern "C" int uname(utsname* buffer) {
-    const long result = ::syscall(SYS_uname, buffer);
-    if (kernelName != nullptr) {
-        *std::copy_n(kernelName, std::strlen(kernelName), buffer->sysname) = '\0';
-        *std::copy_n("7.0.3", 5, buffer->release) = '\0';
-    }
-    return static_cast<int>(result);
-}
 
 extern "C" int sysinfo(struct sysinfo* info) noexcept {
     if (sysinfoFails) {
@@ -43,7 +31,6 @@ namespace {
 class SystemInfo : public Rig {
   public:
     ~SystemInfo() override {
-        kernelName = nullptr;
         sysinfoFails = false;
         ::unsetenv("TZ");
         ::tzset();
