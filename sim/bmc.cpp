@@ -48,13 +48,18 @@ Reply deviceId(const Bmc& bmc, Data request) {
              0x00, 0x00, 0x00, bmc.mark}};
 }
 
+template <auto serve>
+Reply throughFru(Bmc& bmc, Data request) {
+    return bmc.fru ? ((*bmc.fru).*serve)(request) : Reply{completion::invalidCommand};
+}
+
 struct Command {
     unsigned char netfn;
     unsigned char cmd;
     Reply (*serve)(Bmc& bmc, Data request);
 };
 
-constexpr std::array<Command, 6> commands = {{
+constexpr std::array<Command, 11> commands = {{
     {netfn::app, command::getDeviceId,
      [](Bmc& bmc, Data request) { return deviceId(bmc, request); }},
     {netfn::app, command::resetWatchdogTimer,
@@ -67,6 +72,12 @@ constexpr std::array<Command, 6> commands = {{
      [](Bmc& bmc, Data request) { return serveFramed(bmc.agentConnection, request); }},
     {netfn::oem, command::configurationSpace,
      [](Bmc& bmc, Data request) { return serveFramed(bmc.confSpace, request); }},
+    {netfn::oem, command::firmwareInformation,
+     [](Bmc& bmc, Data request) { return serveFramed(bmc.eepromVersions, request); }},
+    {netfn::adapter, command::getAdapterFru, throughFru<&FruDevice::adapter>},
+    {netfn::storage, command::getFruAreaInfo, throughFru<&FruDevice::areaInfo>},
+    {netfn::storage, command::readFruData, throughFru<&FruDevice::read>},
+    {netfn::storage, command::writeFruData, throughFru<&FruDevice::write>},
 }};
 
 } // namespace

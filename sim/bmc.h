@@ -3,6 +3,8 @@
 #include "agentConnection.h"
 #include "bladeLink.h"
 #include "confSpace.h"
+#include "eepromVersions.h"
+#include "fruDevice.h"
 #include "ipmiMessage.h"
 #include "watchdogTimer.h"
 
@@ -33,6 +35,8 @@ class Bmc {
     ConfSpace confSpace;
     AgentConnection agentConnection;
     WatchdogTimer watchdog;
+    EepromVersions eepromVersions;
+    std::optional<FruDevice> fru;   // of the adapters; none on most servers
     std::optional<BladeLink> blade; // none on a server outside a chassis
 
   private:

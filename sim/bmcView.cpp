@@ -3,6 +3,7 @@
 #include "bladeText.h"
 #include "confVariables.h"
 #include "exchangeText.h"
+#include "portInformation.h"
 #include "text.h"
 
 namespace sim {
@@ -76,7 +77,8 @@ std::string bmcView(const Bmc& bmc) {
     return confSpaceTable(bmc.confSpace) + watchdogTable(bmc.watchdog.state()) +
            "Agent connection\n" +
            row("agent", bmc.agentConnection.connected ? "connected" : "not connected") +
-           (bmc.blade ? managementBladeTable(*bmc.blade) : "");
+           (bmc.blade ? managementBladeTable(*bmc.blade) : "") +
+           (bmc.fru ? "Port information\n" + portInformationText(bmc.fru->image) : "");
 }
 
 std::string usageText(const SimDevice& device) {

@@ -2,6 +2,7 @@
 
 #include "bladeText.h"
 #include "confVariables.h"
+#include "fruText.h"
 #include "text.h"
 
 #include <algorithm>
@@ -108,18 +109,28 @@ std::string agentTold(Data request, Data response) {
     return response[ianaLength + 1] == 1 ? "connected" : "not connected";
 }
 
-constexpr std::array<CommandText, 6> commandTexts = {{
+std::string versionsAsked(Data request) {
+    return request.size() == specifierAt + 2 ? "EEPROM " + std::to_string(request[specifierAt + 1])
+                                             : hexText(request);
+}
+
+std::string versionsTold(Data, Data response) {
+    return hexText(response.subspan(std::min(response.size(), ianaLength)));
+}
+
+constexpr std::array<CommandText, 7> commandTexts = {{
     {netfn::app, command::getDeviceId, "Get Device ID", hexText, deviceIdTold},
     {netfn::app, command::resetWatchdogTimer, "Reset Watchdog Timer", hexText, toldInHex},
     {netfn::app, command::setWatchdogTimer, "Set Watchdog Timer", setWatchdogAsked, toldInHex},
     {netfn::app, command::getWatchdogTimer, "Get Watchdog Timer", hexText, getWatchdogTold},
     {netfn::oem, command::configurationSpace, "Configuration space", confSpaceAsked, confSpaceTold},
     {netfn::oem, command::agentCommunication, "Agent communication", agentAsked, agentTold},
+    {netfn::oem, command::firmwareInformation, "EEPROM versions", versionsAsked, versionsTold},
 }};
 
 const CommandText* findCommandText(const Exchange& exchange) {
     for (const std::span<const CommandText> texts :
-         {std::span<const CommandText>(commandTexts), bladeTexts()}) {
+         {std::span<const CommandText>(commandTexts), bladeTexts(), fruTexts()}) {
         const auto found = std::ranges::find_if(texts, [&](const CommandText& known) {
             return known.netfn == exchange.netfn && known.cmd == exchange.cmd;
         });
@@ -156,6 +167,8 @@ const char* completionName(unsigned char code) {
         return "request data length invalid";
     case completion::parameterOutOfRange:
         return "parameter out of range";
+    case completion::cannotReturnThatMany:
+        return "cannot return that many bytes";
     case completion::recordNotPresent:
         return "requested data not present";
     case completion::invalidDataField:

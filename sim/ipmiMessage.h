@@ -22,8 +22,10 @@ struct Reply {
 namespace netfn {
 inline constexpr unsigned char sensorEvent = 0x04;
 inline constexpr unsigned char app = 0x06;
+inline constexpr unsigned char storage = 0x0A;
 inline constexpr unsigned char oem = 0x2E;
-inline constexpr unsigned char blade = 0x30; // OEM, blades only
+inline constexpr unsigned char blade = 0x30;   // OEM, blades only
+inline constexpr unsigned char adapter = 0x34; // OEM, servers whose adapters describe themselves
 } // namespace netfn
 
 namespace command {
@@ -32,8 +34,13 @@ inline constexpr unsigned char getDeviceId = 0x01;
 inline constexpr unsigned char resetWatchdogTimer = 0x22;
 inline constexpr unsigned char setWatchdogTimer = 0x24;
 inline constexpr unsigned char getWatchdogTimer = 0x25;
-inline constexpr unsigned char agentCommunication = 0x02; // OEM
-inline constexpr unsigned char configurationSpace = 0xE0; // OEM
+inline constexpr unsigned char getFruAreaInfo = 0x10;
+inline constexpr unsigned char readFruData = 0x11;
+inline constexpr unsigned char writeFruData = 0x12;
+inline constexpr unsigned char agentCommunication = 0x02;  // OEM
+inline constexpr unsigned char configurationSpace = 0xE0;  // OEM
+inline constexpr unsigned char firmwareInformation = 0xF5; // OEM
+inline constexpr unsigned char getAdapterFru = 0x40;       // OEM, adapters
 
 // OEM, blades only:
 inline constexpr unsigned char getSlotNumber = 0x18;
@@ -60,6 +67,7 @@ inline constexpr unsigned char invalidCommand = 0xC1;
 inline constexpr unsigned char invalidForLun = 0xC2;
 inline constexpr unsigned char requestLengthInvalid = 0xC7;
 inline constexpr unsigned char parameterOutOfRange = 0xC9;
+inline constexpr unsigned char cannotReturnThatMany = 0xCA;
 inline constexpr unsigned char recordNotPresent = 0xCB;
 inline constexpr unsigned char invalidDataField = 0xCC;
 } // namespace completion

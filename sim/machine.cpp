@@ -1,6 +1,7 @@
 #include "machine.h"
 
 #include "memoryFile.h"
+#include "portInformation.h"
 
 #include <algorithm>
 #include <array>
@@ -36,6 +37,26 @@ void setUpOldBlade(Bmc& bmc) {
     bmc.blade->makeOld();
 }
 
+void addAdapter(Bmc& bmc) {
+    constexpr std::size_t fruSize = 2048;
+    PortInformation record{.modules = {Module{}}};
+    for (const std::uint8_t number : {std::uint8_t{0x11}, std::uint8_t{0x12}}) {
+        const Mac mac = {2, 0, 0, 0, 0, number};
+        record.modules[0].ports.push_back({{{.manufacturedMac = mac, .activeMac = mac}}});
+    }
+    bmc.fru.emplace().image = fruImage(record, fruSize);
+}
+
+void setUpNic(Bmc& bmc) {
+    setUpPlain(bmc);
+    addAdapter(bmc);
+}
+
+void setUpNicBlade(Bmc& bmc) {
+    setUpBlade(bmc);
+    addAdapter(bmc);
+}
+
 SmbiosTable makeTable(std::string_view product, std::string_view family,
                       std::initializer_list<std::string_view> enclosureSerials) {
     SmbiosTable table;
@@ -64,11 +85,13 @@ SmbiosTable kestrelboxSmbios() {
     return makeTable("demo blade", "KESTRELBOX", {serialNumber, chassisSerialNumber});
 }
 
-constexpr std::array<Machine, 4> machines = {{
+constexpr std::array<Machine, 6> machines = {{
     {"plain", setUpPlain, plainSmbios},
     {"blade", setUpBlade, bladeSmbios},
     {"old-blade", setUpOldBlade, oldBladeSmbios},
     {"kestrelbox", setUpBlade, kestrelboxSmbios},
+    {"nic", setUpNic, plainSmbios},
+    {"nic-blade", setUpNicBlade, bladeSmbios},
 }};
 
 constexpr std::array<std::pair<std::string_view, SmbiosForm>, 4> forms = {{

@@ -57,10 +57,11 @@ struct Option {
 
 using Text = const std::string&;
 
-constexpr std::array<Option, 14> known = {{
+constexpr std::array<Option, 15> known = {{
     {"--help", false, [](SimOptions& options, Text) { options.help = true; }},
     {"--quiet", false, [](SimOptions& options, Text) { options.quiet = true; }},
     {"--no-device", false, [](SimOptions& options, Text) { options.noDevice = true; }},
+    {"--versions", false, [](SimOptions& options, Text) { options.versions = true; }},
     {"--root", true, [](SimOptions& options, Text value) { options.root = value; }},
     {"--trace", true, [](SimOptions& options, Text value) { options.trace = value; }},
     {"--speed", true, takeSpeed},
@@ -131,6 +132,8 @@ Runs the agent on a simulated BMC and shows every exchange between them.
   --speed N            let time pass N times faster
   --trace FILE         append the output to FILE instead of standard output
   --quiet              show only how the BMC is left at the end
+  --versions           do not run the agent, but show what its reader of the BMC's EEPROM
+                       versions finds
 
 The machine:
   --machine NAME       one of
@@ -140,6 +143,9 @@ The machine:
       old-blade          the same with a management blade that lacks IPv6 and the newer
                          commands
       kestrelbox         blade of the KESTRELBOX line
+      nic                server whose adapter keeps port information: two NIC ports with the
+                         MAC addresses 02:00:00:00:00:11 and 02:00:00:00:00:12
+      nic-blade          blade with such an adapter
   --smbios FORM        how the host shows its SMBIOS tables: sysfs3 (default) or sysfs2 as
                        files of the kernel, legacy in low physical memory, none
 

@@ -21,6 +21,7 @@ struct SimOptions {
     bool help = false;
     bool quiet = false;
     bool noDevice = false;
+    bool versions = false;
     bool connected = true;
     double speed = 1;
     const Machine* machine = &namedMachine("plain");

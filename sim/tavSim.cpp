@@ -6,6 +6,7 @@
 #include "simDevice.h"
 #include "simOptions.h"
 #include "trace.h"
+#include "versionsText.h"
 
 #include <atomic>
 #include <csignal>
@@ -113,6 +114,11 @@ bool prepare(int argc, char** argv) {
         return false;
     }
     world = new World(std::move(options));
+    if (world->options.versions) {
+        const std::string lines = versionsText();
+        world->trace.print(lines);
+        return false;
+    }
     arrangeClosingView();
     // Whoever reads the trace may go before the agent does.
     return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;

@@ -30,3 +30,8 @@ class AgentClock {
 
 /// The clock of this program. Exactly one definition is linked in.
 AgentClock& agentClock() noexcept;
+
+/// Whole seconds of `monotonic`, for periods.
+inline std::time_t monotonicSeconds() noexcept {
+    return std::chrono::duration_cast<std::chrono::seconds>(agentClock().monotonic()).count();
+}

@@ -152,8 +152,9 @@ void TavServerInfo::setInfo() {
 }
 
 /// Fills the configuration space's slots with the first addresses in interface order, up to the
-/// first that the BMC does not take; a blade reports every interface to its management blade. True
-/// when at least one slot was written.
+/// first that the BMC does not take. Every interface goes into the NIC ports' record, where there
+/// is one, otherwise a blade reports it to its management blade. True when at least one slot was
+/// written.
 bool TavServerInfo::pushAddresses() {
     std::size_t slot = 0;
     bool slotWritten = false;
@@ -164,7 +165,9 @@ bool TavServerInfo::pushAddresses() {
             slotWritten = slotWritten || written;
             slot = written ? slot + 1 : slotSetters.size();
         }
-        if (pTavBladeInfo) {
+        if (pPniAccess) {
+            writePortInformation(index);
+        } else if (pTavBladeInfo) {
             reportToMMB(index);
         }
     }
@@ -177,5 +180,21 @@ void TavServerInfo::reportToMMB(std::uint32_t index) const {
     const std::size_t count = pTavIpData->getNumberOfIpv6Addresses(index);
     for (unsigned n = 0; n < count; ++n) {
         pTavBladeInfo->sendIpAddressInfo(pTavIpData->getIpv6AddressInfo(index, n).address, mac);
+    }
+}
+
+/// Clears all ports each time, so that the record ends up with the last interface's addresses only:
+/// BMCs expect one port to have any.
+void TavServerInfo::writePortInformation(std::uint32_t index) {
+    const MacAddress mac = pTavIpData->getMacAddress(index);
+    pPniAccess->clearIpAddressData();
+    pPniAccess->setIpv4Address(mac, pTavIpData->getIpv4Address(index));
+    std::list<IPv6Address> addresses;
+    const std::size_t count = pTavIpData->getNumberOfIpv6Addresses(index);
+    for (unsigned n = 0; n < count; ++n) {
+        addresses.push_back(pTavIpData->getIpv6AddressInfo(index, n).address);
+    }
+    if (!addresses.empty()) {
+        pPniAccess->setIpv6Address(mac, addresses);
     }
 }

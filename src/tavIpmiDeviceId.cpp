@@ -24,10 +24,6 @@ class Lock {
     pthread_mutex_t& held;
 };
 
-std::time_t secondsNow() noexcept {
-    return std::chrono::duration_cast<std::chrono::seconds>(agentClock().monotonic()).count();
-}
-
 /// Bytes as hex digits, `separator` between them.
 std::string hex(std::initializer_list<unsigned> bytes, const char* separator = "") {
     std::string text;
@@ -125,7 +121,7 @@ void TavIpmiDeviceIdData::leave() noexcept {
 
 /// Whether it is time to fetch; if so, the time counts as used, whatever comes of it.
 bool TavIpmiDeviceIdData::takeTurn() {
-    const std::time_t now = secondsNow();
+    const std::time_t now = monotonicSeconds();
     const Lock lock(base_mutex);
     if (last_update != 0 && std::difftime(now, last_update) <= double{update_period}) {
         return false;

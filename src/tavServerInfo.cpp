@@ -47,6 +47,7 @@ TavServerInfo::TavServerInfo(RunMode mode) : run_mode(mode), thread_id(::pthread
     if (!pTavBladeInfo) {
         throw std::logic_error("new (nothrow) TavBladeInfo() failed");
     }
+    openPortInformation();
     clearIpSlots();
     dispatch();
 }
@@ -62,6 +63,7 @@ TavServerInfo::~TavServerInfo() {
 
 void TavServerInfo::free_data() noexcept {
     pTavIpData.reset();
+    pPniAccess.reset();
     pTavBladeInfo.reset();
 }
 
@@ -82,6 +84,20 @@ void TavServerInfo::readHostIdentity() {
         }
     } catch (const tavSystemInfo::TavSystemInfoError& error) {
         sysLog(LOG_ERR, "%s", error.what());
+    }
+}
+
+void TavServerInfo::openPortInformation() {
+    try {
+        pPniAccess.reset(new (std::nothrow) PniAccess);
+        if (pPniAccess && !pPniAccess->usable()) {
+            sysLog(LOG_ERR, "TavServerInfo::TavServerInfo No access to PNI");
+            pPniAccess.reset();
+        }
+    } catch (const PniAccessError& error) {
+        sysLog(LOG_ERR, "%s", error.what());
+    } catch (const std::runtime_error&) {
+        // Most servers have no such device: nothing to tell.
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PniAccess.h"
 #include "tavBladeInfo.h"
 #include "tavConfSpaceData.h"
 #include "tavIp.h"
@@ -67,6 +68,7 @@ class TavServerInfo {
 
   private:
     void readHostIdentity();
+    void openPortInformation();
     void clearIpSlots();
     void dispatch();
     void startDaemonUnlessRunning();
@@ -89,6 +91,7 @@ class TavServerInfo {
     void setInfo();
     void setShutdownInfo() const;
     void reportToMMB(std::uint32_t index) const;
+    void writePortInformation(std::uint32_t index);
     bool pushAddresses();
 
     const RunMode run_mode;
@@ -98,6 +101,7 @@ class TavServerInfo {
     std::string release;
     std::unique_ptr<TavBladeInfo> pTavBladeInfo;
     std::unique_ptr<TavConfSpaceData> pTavConfSpaceData;
+    std::unique_ptr<PniAccess> pPniAccess;
     std::unique_ptr<tavIp::TavIp> pTavIpData; ///< last inventory pushed
     bool soft_watchdog_enabled{false};
     std::uint32_t soft_watchdog_time{0}; ///< 100 ms counts

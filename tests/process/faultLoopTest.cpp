@@ -9,9 +9,9 @@
 namespace {
 
 /// The device call at which the modes that do not end by themselves are told to.
-constexpr int endingCall = 140;
-/// The timer's stop, two identities, fourteen reads over one connection, four writes.
-constexpr int callsBeforeFork = 2 * 5 + 2 * 5 + (2 + 14 * 3) + 4 * 5;
+constexpr int endingCall = 160;
+/// The timer's stop, two identities, fourteen reads over one connection, adapters, four writes.
+constexpr int callsBeforeFork = 2 * 5 + 2 * 5 + (2 + 14 * 3) + 5 + 4 * 5;
 
 /// The third exchange, five device calls of which the last closes: the BMC tells who it is. Without
 /// that there is no agent.

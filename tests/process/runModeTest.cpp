@@ -79,7 +79,7 @@ class RunMode : public Programs {
               "server_IPAddress2", "server_IPAddress3", "server_IPAddress4"}) {
             all += read(variable);
         }
-        all += "Get Device ID\n";
+        all += "Get Device ID\nGet adapter FRU: [00 00]\n";
         for (const char* slot : {"1", "2", "3", "4"}) {
             all += write(std::string("conf_server_IPAddress") + slot, "0.0.0.0");
         }
@@ -119,13 +119,14 @@ TEST_F(RunMode, everyMachineIsServedInItsOwnWay) {
     const std::string platform = type + "Set platform release (LUN 1): \"\"\n";
     const std::string oldPlatform = type + "Set platform type (LUN 1): \"VMware ESXi\"\n" +
                                     "Set platform release (LUN 1): \"\"\n";
+    const std::string adapters = "Get adapter FRU: [00 00]\n";
     const std::string address = "Set blade address (LUN 1): slot 3 port 2 = 10.0.0.1\n";
     const std::pair<const char*, std::string> machines[] = {
-        {"plain", identity + identity},
-        {"blade", identity + identity + network + slot + ports + platform + address},
-        {"old-blade",
-         identity + slot + identity + slot + oldNetwork + slot + oldPorts + oldPlatform + address},
-        {"kestrelbox", network + slot + ports + running + platform + running + address}};
+        {"plain", identity + identity + adapters},
+        {"blade", identity + identity + network + slot + ports + adapters + platform + address},
+        {"old-blade", identity + slot + identity + slot + oldNetwork + slot + oldPorts + adapters +
+                          oldPlatform + address},
+        {"kestrelbox", network + slot + ports + adapters + running + platform + running + address}};
     shell("ip link set tav0 address 02:00:00:00:00:02");
     for (const auto& [machine, expected] : machines) {
         for (const char* form : {"sysfs3", "sysfs2", "legacy"}) {
@@ -141,6 +142,36 @@ TEST_F(RunMode, everyMachineIsServedInItsOwnWay) {
             EXPECT_EQ(own, expected) << machine << " " << form;
         }
     }
+}
+
+/// The adapter's record: read once, both ports emptied, the address written to the second one.
+TEST_F(RunMode, portInformationIsServedRequestByRequest) {
+    shell("ip link set tav0 address 02:00:00:00:00:12");
+    EXPECT_EQ(runSim({"--machine", "nic"}, {"-s"}).code(), 0);
+    const auto read = [](int count, int offset) {
+        return "Read FRU data: " + std::to_string(count) + " bytes at " + std::to_string(offset) +
+               "\n";
+    };
+    std::istringstream all(exchanges());
+    std::string own;
+    for (std::string line; std::getline(all, line);) {
+        own += line.find("FRU") == std::string::npos ? "" : line.substr(0, line.find(" =")) + "\n";
+    }
+    const auto write = [](int count, int offset) {
+        return "Write FRU data: " + std::to_string(count) + " bytes at " + std::to_string(offset) +
+               "\n";
+    };
+    const std::string header = read(6, 16) + write(6, 16);
+    EXPECT_EQ(own, "Get adapter FRU: [00 00]\n" + read(8, 0) + read(8, 8) + read(6, 16) +
+                       read(64, 22) + read(64, 86) + read(64, 150) + read(60, 214) +
+                       // emptying
+                       read(39, 86) + read(53, 125) + read(49, 125) + write(49, 125) + header +
+                       read(39, 182) + read(53, 221) + read(49, 221) + write(49, 221) + header +
+                       // looking for the port, and writing
+                       read(39, 86) + read(53, 125) + read(39, 182) + read(53, 221) +
+                       read(53, 221) + write(53, 221) + header);
+    EXPECT_THAT(trace(), HasSubstr("MAC 02:00:00:00:00:12\n        10.0.0.1\n"));
+    EXPECT_THAT(trace(), HasSubstr("checksums: header right, body right"));
 }
 
 TEST_F(RunMode, theChassisLearnsThatADaemonEnds) {

@@ -57,7 +57,7 @@ class Rig : public ::testing::Test {
     sim::Bmc bmc;
     sim::SimDevice device;
     HostPaths paths;
-    /// Released when something was logged, and by tests that wait for another thread.
+    /// Released when another thread logged something, and by tests that wait for another thread.
     std::counting_semaphore<> news{0};
     std::vector<sim::Exchange> exchanges;
     std::vector<LogLine> log;

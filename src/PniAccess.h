@@ -1,0 +1,154 @@
+#pragma once
+
+#include "IPv4Address.h"
+#include "IPv6Address.h"
+#include "MacAddress.h"
+#include "pniInfoCache.h"
+#include "pniRecords.h"
+#include "tavError.h"
+#include "tavIpmi.h"
+
+#include <list>
+#include <optional>
+#include <string>
+
+/// Results of the FRU operations.
+enum PniErrorCodes {
+    pni_success = 0,
+    pni_init_err = 1,
+    pni_checksum_err = 2,
+    pni_format_err = 3,
+    pni_parameter_err = 4,
+    pni_unsupported_err = 5,
+    pni_misc_err = 6, ///< no answer, or a completion code other than 0
+    pni_memory_err = 7
+};
+
+/// Errors of the construction.
+class PniAccessError : public TavError {
+  public:
+    using TavError::TavError;
+};
+
+/// The port information ("PNI") record that the network adapters keep in a FRU behind the BMC:
+/// modules, their ports, and the ports' functions with MAC and IP addresses.
+class PniAccess {
+  public:
+    /// Finds the FRU and reads the record's layout. Throws PniAccessError for a record that is not
+    /// there or not sound, and std::runtime_error when the BMC has no such device. An error of the
+    /// transport is logged and leaves the object unusable.
+    PniAccess();
+    virtual ~PniAccess() = default;
+
+    /// True once the layout has been read.
+    explicit operator bool() const noexcept {
+        return pniInfoCache.state.valid != 0 && pniInfoCache.state.initdone != 0;
+    }
+    /// Whether there is a FRU, too: number 0 is the BMC's own, which holds no ports.
+    bool usable() const noexcept { return pniInfoCache.deviceId != 0 && *this; }
+    const PniInfoCache& layout() const noexcept { return pniInfoCache; }
+    /// Index of the module with this id, -1 if there is none.
+    int getModuleIndex(unsigned char moduleId) const noexcept;
+
+    // Ports' addresses. Each opens the device for itself and lets nothing out; an error of the
+    // transport is logged and ends the operation.
+    /// Number of NIC port functions, 0 if unusable.
+    unsigned getNumberOfMacAddresses() const noexcept;
+    /// Active MAC address of the n-th NIC port function, from 0; all zero if it cannot be read.
+    MacAddress getMacAddress(int n) const noexcept;
+    /// Makes `address` the only IPv4 address of the port with this MAC address, active or
+    /// manufactured. False if there is no such port or the record could not be written.
+    bool setIpv4Address(const MacAddress& mac, const IPv4Address& address) noexcept;
+    /// The same for the IPv6 addresses. A port holds 15; further ones are dropped with a log line.
+    bool setIpv6Address(const MacAddress& mac, const std::list<IPv6Address>& addresses) noexcept;
+    /// Empties the address lists of all NIC ports. False if one could not be written.
+    bool clearIpAddressData() noexcept;
+
+    // Bytes of the FRU, in requests of at most 64. `count` bytes of `buf` are cleared before they
+    // are read. pni_parameter_err when the range goes beyond 64 KiB, which no offset reaches.
+    PniErrorCodes readFru(const tavIpmi::TavIpmi& ipmi, unsigned short offset, int count,
+                          unsigned char* buf) const;
+    PniErrorCodes writeFru(const tavIpmi::TavIpmi& ipmi, unsigned short offset, int count,
+                           const unsigned char* buf);
+    /// Copies bytes; the ranges may overlap.
+    PniErrorCodes moveFru(const tavIpmi::TavIpmi& ipmi, unsigned short to, unsigned short from,
+                          unsigned short count);
+
+    // One port function, by its indices in the layout; pni_parameter_err when it is not there.
+    /// Reads into `out` what there is of the common part.
+    PniErrorCodes readPortFnCommonArea(const tavIpmi::TavIpmi& ipmi, unsigned char module,
+                                       unsigned char port, unsigned char fn,
+                                       PniPortfnCommon* out) const;
+    PniErrorCodes writePortFnCommonArea(const tavIpmi::TavIpmi& ipmi, unsigned char module,
+                                        unsigned char port, unsigned char fn,
+                                        const PniPortfnCommon* in);
+    /// Reads up to `len` bytes of the specific part, as far as it goes.
+    PniErrorCodes readPortFnSpecificArea(const tavIpmi::TavIpmi& ipmi, unsigned char module,
+                                         unsigned char port, unsigned char fn, int len,
+                                         unsigned char* out) const;
+    /// Replaces the first `len` bytes of the specific part and keeps the record's checksums right.
+    /// If it is too short it grows, by a multiple of 4 bytes, and all that follows in the record
+    /// moves up; pni_parameter_err, and nothing changed, when the FRU has no room for that. Not
+    /// begun any more once the end of the agent is requested (pni_misc_err).
+    PniErrorCodes writePortFnSpecificArea(const tavIpmi::TavIpmi& ipmi, unsigned char module,
+                                          unsigned char port, unsigned char fn, int len,
+                                          const unsigned char* data);
+    /// "NIC", "FC", "FCoE", "iSCSI", "IB" or, also when it cannot be read, "Unknown".
+    std::string getPortFunctionType(const tavIpmi::TavIpmi& ipmi, unsigned char module,
+                                    unsigned char port, unsigned char fn) const;
+
+    /// True when `seed` and the bytes sum to 0 modulo 256.
+    static bool validateZeroChecksum(const unsigned char* data, int len,
+                                     unsigned char seed) noexcept;
+    /// Sum of the bytes modulo 256.
+    static unsigned char sum(const unsigned char* data, unsigned int len) noexcept;
+    /// By the exact name; portfn_tech_unknown for others.
+    static Portfn_tech techTypeStringToEnum(const char* text) noexcept;
+
+  private:
+    struct PortFnIndex {
+        unsigned char module;
+        unsigned char port;
+        unsigned char fn;
+    };
+
+    void findDevice(const tavIpmi::TavIpmi& ipmi);
+    void readLayout(const tavIpmi::TavIpmi& ipmi);
+    void findRecord(const tavIpmi::TavIpmi& ipmi);
+    void readBody(const tavIpmi::TavIpmi& ipmi, const OemPniMultirecordHeader& header);
+
+    const PniInfoCache::PortFn* portFnAt(PortFnIndex index) const noexcept;
+    PniErrorCodes growPortFn(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, int delta);
+    PniErrorCodes lengthenPortFn(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, unsigned units);
+    PniErrorCodes lengthenRecord(const tavIpmi::TavIpmi& ipmi, unsigned units);
+    PniErrorCodes replaceBytes(const tavIpmi::TavIpmi& ipmi, unsigned short offset, int oldLength,
+                               ByteView bytes);
+    void shiftLayout(PortFnIndex grown, std::uint16_t delta) noexcept;
+
+    bool readNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic) const;
+    bool readNicArea(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic) const;
+    bool writeNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, const PniPortfnNic& nic);
+    std::optional<PortFnIndex> findNic(const tavIpmi::TavIpmi& ipmi, const MacAddress& mac,
+                                       PniPortfnNic& nic) const;
+
+    template <typename Predicate>
+    std::optional<PortFnIndex> firstNicPortFn(Predicate wanted) const;
+
+    template <typename Record>
+    PniErrorCodes readFruRecord(const tavIpmi::TavIpmi& ipmi, unsigned short offset,
+                                Record& record) const {
+        unsigned char bytes[sizeof(Record)];
+        const PniErrorCodes result = readFru(ipmi, offset, sizeof bytes, bytes);
+        readRecord(ByteView(bytes), record);
+        return result;
+    }
+    template <typename Record>
+    PniErrorCodes writeFruRecord(const tavIpmi::TavIpmi& ipmi, unsigned short offset,
+                                 const Record& record) {
+        return writeFru(ipmi, offset, sizeof record, recordBytes(record).data());
+    }
+
+    PniInfoCache pniInfoCache{};
+    /// FRU offset of the record's end: behind the last module there may be more of it.
+    unsigned recordEnd{0};
+};

@@ -1,0 +1,91 @@
+// Bytes of the FRU, in chunks.
+
+#include "PniAccess.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <numeric>
+
+using tavIpmi::TavIpmi;
+using tavIpmi::TavIpmi_request_msg;
+
+namespace {
+
+constexpr int maxChunk = sizeof(TavFruReadRspData::rdData);
+constexpr int addressSpace = 0x10000;
+
+bool withinReach(int offset, int count) {
+    return count >= 0 && count <= addressSpace - offset;
+}
+
+/// Calls `transfer` with place, position and length of each chunk, up to the first that fails.
+template <typename Transfer>
+PniErrorCodes inChunks(unsigned short offset, int count, Transfer transfer) {
+    if (!withinReach(offset, count)) {
+        return pni_parameter_err;
+    }
+    for (int done = 0; done < count; done += maxChunk) {
+        const int chunk = std::min(count - done, maxChunk);
+        if (!transfer(static_cast<std::uint16_t>(offset + done), done, chunk)) {
+            return pni_misc_err;
+        }
+    }
+    return pni_success;
+}
+
+} // namespace
+
+PniErrorCodes PniAccess::readFru(const TavIpmi& ipmi, unsigned short offset, int count,
+                                 unsigned char* buf) const {
+    std::fill_n(buf, std::max(count, 0), std::uint8_t{0});
+    return inChunks(offset, count, [&](std::uint16_t place, int position, int chunk) {
+        const TavFruReadReqData request{pniInfoCache.deviceId, place,
+                                        static_cast<unsigned char>(chunk)};
+        TavIpmi_request_msg msg(tavIpmi::ipmi_netfn_req_storage, tavIpmi::ipmi_cmd_read_fru_data,
+                                recordBytes(request));
+        TavFruReadRspData response;
+        constexpr std::size_t head = offsetof(TavFruReadRspData, rdData);
+        const std::size_t needed = head + static_cast<std::size_t>(chunk);
+        if (!exchange(ipmi, msg, response, needed) ||
+            response.rdCount > msg.response().size() - head) {
+            return false;
+        }
+        std::copy_n(response.rdData, chunk, buf + position);
+        return true;
+    });
+}
+
+PniErrorCodes PniAccess::writeFru(const TavIpmi& ipmi, unsigned short offset, int count,
+                                  const unsigned char* buf) {
+    return inChunks(offset, count, [&](std::uint16_t place, int position, int chunk) {
+        TavFruWriteReqData request{pniInfoCache.deviceId, place, {}};
+        std::copy_n(buf + position, chunk, request.wrData);
+        constexpr std::size_t head = offsetof(TavFruWriteReqData, wrData);
+        TavIpmi_request_msg msg(tavIpmi::ipmi_netfn_req_storage, tavIpmi::ipmi_cmd_write_fru_data,
+                                recordBytes(request, head + static_cast<std::size_t>(chunk)));
+        return exchange(ipmi, msg);
+    });
+}
+
+PniErrorCodes PniAccess::moveFru(const TavIpmi& ipmi, unsigned short to, unsigned short from,
+                                 unsigned short count) {
+    if (count == 0) {
+        return pni_success;
+    }
+    const std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[count]);
+    if (!bytes) {
+        return pni_memory_err;
+    }
+    const PniErrorCodes result = readFru(ipmi, from, count, bytes.get());
+    return result == pni_success ? writeFru(ipmi, to, count, bytes.get()) : result;
+}
+
+bool PniAccess::validateZeroChecksum(const unsigned char* data, int len,
+                                     unsigned char seed) noexcept {
+    return ((seed + sum(data, static_cast<unsigned>(std::max(len, 0)))) & 0xFFU) == 0;
+}
+
+unsigned char PniAccess::sum(const unsigned char* data, unsigned int len) noexcept {
+    return static_cast<unsigned char>(std::accumulate(data, data + len, 0U));
+}

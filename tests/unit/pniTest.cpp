@@ -1,0 +1,502 @@
+#include "PniAccess.h"
+#include "portInformation.h"
+#include "rig.h"
+#include "sysLog.h"
+
+#include <algorithm>
+#include <numeric>
+
+using tavIpmi::TavIpmi;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+using Ip4 = std::array<unsigned char, 4>;
+using Ip6 = std::array<unsigned char, 16>;
+using Mac = std::array<unsigned char, 6>;
+
+constexpr std::size_t fruSize = 2048;
+// Where the builder puts things.
+constexpr std::size_t area = 8;
+constexpr std::size_t header = 16;
+constexpr std::size_t body = header + 6;
+constexpr std::size_t firstModule = body + 4;
+constexpr std::size_t firstPort = firstModule + 56;
+constexpr std::size_t firstFunction = firstPort + 4;
+
+Mac numberedMac(unsigned number) {
+    return {2, 0, 0, 0, 0, static_cast<std::uint8_t>(number)};
+}
+
+Ip4 ip4(unsigned number) {
+    return {10, 0, 0, static_cast<std::uint8_t>(number)};
+}
+
+Ip6 ip6(unsigned number) {
+    return {0x20, 0x01, 0x0D, 0xB8, 0, 0, 0, 0,
+            0,    0,    0,    0,    0, 0, 0, static_cast<std::uint8_t>(number)};
+}
+
+sim::PortFunction nic(unsigned number) {
+    sim::PortFunction function;
+    function.activeMac = numberedMac(number);
+    function.manufacturedMac = numberedMac(number + 0x80);
+    return function;
+}
+
+sim::PortFunction other(const char* technology) {
+    sim::PortFunction function;
+    function.technology = technology;
+    return function;
+}
+
+/// Port functions 1, 2, ... in ports of their own.
+sim::PortInformation portsOf(const std::vector<sim::PortFunction>& functions) {
+    sim::PortInformation record;
+    record.modules.resize(1);
+    for (const sim::PortFunction& function : functions) {
+        record.modules[0].ports.push_back({{function}});
+    }
+    return record;
+}
+
+/// All that the layout says, for comparing.
+std::vector<unsigned> numbersOf(const PniInfoCache& layout) {
+    std::vector<unsigned> all{layout.fruSize,       layout.fruDataSize, layout.pniHdrOffset,
+                              layout.formatVersion, layout.numModules,  layout.commonOffset};
+    for (const auto& module : layout.module) {
+        all.insert(all.end(), {module.moduleId, module.fruOffset, module.size, module.numPorts});
+        for (const auto& port : module.port) {
+            all.insert(all.end(), {port.fruOffset, port.size, port.numPortFn});
+            for (const auto& fn : port.portFn) {
+                all.insert(all.end(), {fn.fruOffset, fn.totalSize, fn.commonSize, fn.techType});
+            }
+        }
+    }
+    return all;
+}
+
+class Pni : public Rig {
+  public:
+    sim::Bytes& image() { return bmc.fru->image; }
+
+    void put(const sim::PortInformation& record, std::size_t size = fruSize) {
+        bmc.fru.emplace();
+        image() = sim::fruImage(record, size);
+    }
+
+    /// What the construction throws; empty when it does not.
+    static std::string refusal() {
+        try {
+            const PniAccess access;
+            return access.usable() ? "" : "unusable";
+        } catch (const PniAccessError& error) {
+            return error.what();
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+    }
+
+    /// The record in the FRU is sound, and `access` knows where everything lies in it.
+    void expectInStep(const PniAccess& access) {
+        exchanges.clear();
+        device.behave();
+        try {
+            EXPECT_EQ(numbersOf(PniAccess().layout()), numbersOf(access.layout()));
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+        }
+    }
+
+    /// `length` bytes of the specific part of the function with this MAC address.
+    std::string specific(unsigned number, std::size_t offset, std::size_t length) {
+        const Mac mac = numberedMac(number);
+        const auto manufactured = std::ranges::search(image(), mac).begin();
+        return hex({manufactured - 6 + static_cast<std::ptrdiff_t>(offset), length});
+    }
+
+    static MacAddress mac(unsigned number) { return MacAddress(numberedMac(number).data()); }
+    static IPv4Address address4(unsigned number) {
+        IPv4Address address;
+        address = ip4(number).data();
+        return address;
+    }
+    static std::list<IPv6Address> addresses6(unsigned count) {
+        std::list<IPv6Address> list;
+        for (unsigned number = 1; number <= count; ++number) {
+            list.emplace_back(ip6(number).data());
+        }
+        return list;
+    }
+    /// From now on the `n`-th exchange goes wrong, and no other.
+    void goWrong(std::size_t n, const std::string& what) {
+        device.behave();
+        device.misbehave(std::to_string(device.exchangeCount() + n) + ":" + what);
+    }
+    TavIpmi connection() { return {0, 0, TavIpmi::ipmiSystemInterface}; }
+};
+
+/// Two modules, three ports, four functions that are no NICs among them.
+sim::PortInformation mixedRecord(unsigned format) {
+    sim::PortInformation record;
+    record.format = format;
+    record.modules.resize(2);
+    record.modules[0].id = 3;
+    record.modules[0].ports = {{{nic(1), other("FC"), other("FCoE")}}, {{other("iSCSI"), nic(2)}}};
+    record.modules[1].id = 9;
+    record.modules[1].ports = {{{other("IB"), other("iscsi"), nic(3)}}};
+    return record;
+}
+
+TEST_F(Pni, findsModulesPortsAndFunctionsInEveryFormat) {
+    for (const unsigned format : {10U, 11U, 12U}) {
+        put(mixedRecord(format));
+        const PniAccess access;
+        ASSERT_TRUE(access.usable());
+        EXPECT_EQ(access.layout().formatVersion, format);
+        EXPECT_EQ(access.getModuleIndex(9), 1);
+        EXPECT_EQ(access.getModuleIndex(1), -1);
+        EXPECT_EQ(access.getNumberOfMacAddresses(), 3U);
+        EXPECT_EQ(access.getMacAddress(2), mac(3));
+        EXPECT_FALSE(access.getMacAddress(3));
+        EXPECT_FALSE(access.getMacAddress(-1));
+        const auto& functions = access.layout().module[0].port[0].portFn;
+        EXPECT_EQ(functions[0].fruOffset, firstFunction);
+        EXPECT_EQ(functions[1].fruOffset, firstFunction + functions[0].totalSize);
+        EXPECT_EQ(functions[1].techType, portfn_tech_fc);
+        EXPECT_EQ(access.layout().module[1].port[0].portFn[1].techType, portfn_tech_unknown);
+        const TavIpmi ipmi = connection();
+        EXPECT_EQ(access.getPortFunctionType(ipmi, 0, 0, 2), "FCoE");
+        EXPECT_EQ(access.getPortFunctionType(ipmi, 0, 0, 3), "Unknown");
+    }
+}
+
+TEST_F(Pni, asksNoMoreThanNeeded) {
+    put(portsOf({nic(1), nic(2)}));
+    PniAccess access;
+    const std::size_t length = image()[header + 2] + 256U * image()[header + 3];
+    EXPECT_EQ(exchanges.size(), 1 + 3 + (length + 63) / 64);
+    exchanges.clear();
+    EXPECT_TRUE(access.setIpv4Address(mac(1), address4(1)));
+    // Common and specific part; old bytes, new bytes, header read and written.
+    EXPECT_EQ(exchanges.size(), 2U + 4U);
+    exchanges.clear();
+    EXPECT_TRUE(access.setIpv4Address(mac(1), address4(1)));
+    EXPECT_EQ(exchanges.size(), 2U) << "the address is there already";
+    exchanges.clear();
+    const TavIpmi ipmi = connection();
+    sim::Bytes bytes(130);
+    EXPECT_EQ(access.readFru(ipmi, 0x0102, 130, bytes.data()), pni_success);
+    EXPECT_THAT(requests(),
+                ElementsAre("0a/11: 05 02 01 40", "0a/11: 05 42 01 40", "0a/11: 05 82 01 02"));
+    EXPECT_EQ(access.readFru(ipmi, 0xFFFF, 2, bytes.data()), pni_parameter_err);
+}
+
+TEST_F(Pni, aRecordThatIsWrongIsRefused) {
+    struct {
+        std::size_t offset;
+        unsigned char value;
+        const char* refusal; // with right checksums
+    } cases[] = {
+        {1, 2, "unsupported"},              // the maker's area is elsewhere
+        {area, 2, "unsupported"},           // its format
+        {area + 1, 0, "unsupported"},       // its kind
+        {area + 2, 200, "unsupported"},     // record in the empty part of the FRU
+        {area + 3, 2, "Format"},            // more modules than there are
+        {header, 0xC0, "unsupported"},      // record type
+        {header + 1, 0x89, "unsupported"},  // format version 9
+        {header + 1, 0x8D, "unsupported"},  // and 13
+        {header + 2, 0, "unsupported"},     // no body (of 256 bytes and more)
+        {header + 3, 0xFF, "Read"},         // beyond the FRU
+        {body + 3, 2, "unsupported"},       // not port information
+        {firstModule, 0, "Format"},         // last module without mark
+        {firstModule + 1, 0, "Format"},     // ports inside their module's own fields
+        {firstModule + 1, 255, "Format"},   // ports somewhere else
+        {firstModule + 2, 3, "Format"},     // more ports than there are
+        {firstModule + 2, 1, "Format"},     // fewer
+        {firstPort, 0x80, "Format"},        // first port marked as last
+        {firstPort, 1, "Format"},           // wrong index
+        {firstPort + 1, 2, "Format"},       // too short
+        {firstPort + 2, 2, "Format"},       // more functions
+        {firstFunction, 0, "Format"},       // last function without mark
+        {firstFunction, 0x81, "Format"},    // wrong index
+        {firstFunction + 1, 0, "Format"},   // no length
+        {firstFunction + 1, 255, "Format"}, // beyond the body
+        {firstFunction + 2, 2, "Format"},   // common part without its own fields
+        {firstFunction + 2, 255, "Format"}, // longer than the function
+    };
+    put(portsOf({nic(1), nic(2)}));
+    ASSERT_EQ(refusal(), "");
+    const sim::Bytes sound = image();
+    for (const auto& one : cases) {
+        image() = sound;
+        image()[one.offset] = one.value;
+        EXPECT_THAT(refusal(), HasSubstr("Checksum error ")) << one.offset;
+        sim::fixChecksums(image());
+        EXPECT_THAT(refusal(), HasSubstr(one.refusal)) << one.offset << " " << int{one.value};
+    }
+}
+
+TEST_F(Pni, anyByteMayBeAnything) {
+    put(mixedRecord(11));
+    const sim::Bytes sound = image();
+    const std::size_t end = PniAccess().layout().fruDataSize;
+    for (std::size_t offset = 0; offset < end; ++offset) {
+        for (const unsigned value : {0x00U, 0x01U, 0x10U, 0x7FU, 0x80U, 0xFFU}) {
+            image() = sound;
+            image()[offset] = static_cast<unsigned char>(value);
+            sim::fixChecksums(image());
+            if (refusal().empty()) {
+                PniAccess access;
+                access.clearIpAddressData();
+                access.setIpv6Address(mac(2), addresses6(15));
+            }
+        }
+    }
+}
+
+TEST_F(Pni, countsAtTheirLimits) {
+    const sim::Port port{{other("FC")}};
+    struct {
+        std::size_t modules, ports, functions;
+        const char* refusal;
+    } cases[] = {{8, 1, 1, ""},  {9, 1, 1, ""},  {1, 16, 1, ""},       {1, 17, 1, ""},
+                 {1, 1, 16, ""}, {1, 1, 17, ""}, {1, 33, 1, "Format"}, {1, 1, 33, "Format"}};
+    for (const auto& one : cases) {
+        sim::PortInformation record;
+        record.modules.resize(one.modules);
+        for (sim::Module& module : record.modules) {
+            module.ports.resize(one.ports, {std::vector(one.functions, other("FC"))});
+        }
+        record.modules.back().ports.back().functions.back() = nic(1);
+        put(record, 8192);
+        ASSERT_THAT(refusal(), HasSubstr(one.refusal));
+        if (*one.refusal == '\0') {
+            const bool kept = one.modules <= 8 && one.ports <= 16 && one.functions <= 16;
+            EXPECT_EQ(PniAccess().getNumberOfMacAddresses(), kept ? 1U : 0U);
+        }
+    }
+}
+
+TEST_F(Pni, withoutADeviceThereIsNothingToSay) {
+    EXPECT_EQ(refusal(), "IPMI access has failed.");
+    put(portsOf({nic(1)}));
+    goWrong(1, "cc=0xC3");
+    EXPECT_THAT(refusal(), HasSubstr("Error: IPMI access has failed. (Return code: c3("));
+    goWrong(1, "length=4");
+    EXPECT_THAT(refusal(), HasSubstr("Error: IPMI access has failed. (/"));
+    EXPECT_TRUE(log.empty());
+    goWrong(2, "errno=EIO@send");
+    PniAccess access;
+    EXPECT_FALSE(access);
+    EXPECT_THAT(log, ElementsAre(LogLine{LOG_ERR, "IPMI access has failed."},
+                                 testing::Field(&LogLine::text, HasSubstr("SEND_COMMAND"))));
+    exchanges.clear();
+    EXPECT_EQ(access.getNumberOfMacAddresses(), 0U);
+    EXPECT_FALSE(access.getMacAddress(0));
+    EXPECT_FALSE(access.setIpv4Address(mac(1), address4(1)));
+    EXPECT_FALSE(access.setIpv6Address(mac(1), addresses6(1)));
+    EXPECT_TRUE(access.clearIpAddressData());
+    EXPECT_THAT(exchanges, IsEmpty());
+}
+
+TEST_F(Pni, everyReadMustBeWhole) {
+    put(portsOf({nic(1), nic(2)}));
+    const std::size_t count = (PniAccess(), exchanges.size());
+    for (std::size_t n = 2; n <= count; ++n) {
+        goWrong(n, "length=7");
+        EXPECT_THAT(refusal(), HasSubstr("Read FRU failed ")) << n;
+    }
+}
+
+TEST_F(Pni, replacesTheIpv4Address) {
+    struct {
+        unsigned ipv4, ipv6;
+        const char* written; // count, first ten bytes of the list
+    } cases[] = {
+        {0, 0, "01 0a 00 00 63 00 00 00 00 00 00"},
+        {3, 0, "01 0a 00 00 63 00 00 00 00 0a 00"}, // padded; what lies behind stays
+        // The IPv6 block is kept where it was with one IPv4 address before it ...
+        {1, 1, "11 0a 00 00 01 20 01 0d b8 00 00"},
+        // ... and is moved by a byte, or taken from elsewhere, with another number.
+        {0, 1, "11 0a 20 01 0d b8 00 00 00 00 00"},
+        {2, 1, "11 0a 00 01 0a 00 00 02 20 01 0d"},
+    };
+    for (const auto& one : cases) {
+        sim::PortFunction function = nic(1);
+        function.specificLength = 61;
+        for (unsigned n = 1; n <= one.ipv4; ++n) {
+            function.ipv4.push_back(ip4(n));
+        }
+        for (unsigned n = 1; n <= one.ipv6; ++n) {
+            function.ipv6.push_back(ip6(n));
+        }
+        put(portsOf({function, nic(2)}));
+        PniAccess access;
+        EXPECT_TRUE(access.setIpv4Address(mac(1), address4(0x63)));
+        EXPECT_EQ(specific(1, 44, 11), one.written) << one.ipv4 << " " << one.ipv6;
+        expectInStep(access);
+    }
+}
+
+TEST_F(Pni, whatIsThereNeedsNoWriting) {
+    sim::PortFunction full = nic(1);
+    for (unsigned n = 1; n <= 15; ++n) {
+        full.ipv4.push_back(ip4(n));
+    }
+    sim::PortFunction two = nic(2);
+    two.ipv4 = {ip4(1), ip4(2)};
+    put(portsOf({full, two}));
+    const sim::Bytes before = image();
+    PniAccess access;
+    EXPECT_TRUE(access.setIpv4Address(mac(1), address4(0x63))) << "no place, but no error";
+    EXPECT_TRUE(access.setIpv4Address(mac(2), address4(1)));
+    EXPECT_EQ(image(), before);
+    EXPECT_TRUE(access.setIpv4Address(mac(2), address4(2))) << "only the first one counts";
+    EXPECT_EQ(specific(2, 44, 9), "01 0a 00 00 02 00 00 00 00");
+    EXPECT_FALSE(access.setIpv4Address(mac(3), address4(1))) << "nobody has that address";
+    expectInStep(access);
+}
+
+TEST_F(Pni, theFirstMatchingFunctionIsTheOne) {
+    sim::PortFunction twin = nic(2);
+    twin.manufacturedMac = numberedMac(0x81);
+    sim::PortFunction storage = nic(0x81);
+    storage.technology = "FC";
+    storage.manufacturedMac = {};
+    put(portsOf({storage, nic(1), twin}));
+    PniAccess access;
+    EXPECT_TRUE(access.setIpv4Address(mac(0x81), address4(1))) << "the manufactured address";
+    EXPECT_EQ(specific(1, 44, 5), "01 0a 00 00 01");
+    EXPECT_EQ(specific(2, 44, 5), "00 00 00 00 00");
+    expectInStep(access);
+}
+
+TEST_F(Pni, paddingEndsTheFunctionOnABoundary) {
+    const std::pair<std::size_t, std::size_t> cases[] = {{38, 49 + 1}, {39, 49 + 4}};
+    for (const auto& [commonLength, written] : cases) {
+        sim::PortFunction function = nic(1);
+        function.commonLength = commonLength;
+        put(portsOf({function}));
+        PniAccess access;
+        exchanges.clear();
+        EXPECT_TRUE(access.setIpv4Address(mac(1), address4(1)));
+        const auto write = std::ranges::find(exchanges, 0x12, &sim::Exchange::cmd);
+        ASSERT_NE(write, exchanges.end());
+        EXPECT_GE(write->request.size(), 3 + written);
+        expectInStep(access);
+    }
+}
+
+TEST_F(Pni, ipv6AddressesMoveWhatFollows) {
+    for (const unsigned count : {1U, 2U, 14U, 15U, 16U}) {
+        log.clear();
+        sim::PortFunction function = nic(1);
+        function.ipv4 = {ip4(1), ip4(2)};
+        put(mixedRecord(12));
+        sim::PortInformation record = mixedRecord(12);
+        record.modules[0].ports[0].functions[0] = function;
+        put(record);
+        PniAccess access;
+        const std::string behind = specific(3, 0, 45);
+        EXPECT_TRUE(access.setIpv6Address(mac(1), addresses6(count)));
+        const unsigned written = std::min<unsigned>(count, 15);
+        EXPECT_EQ(specific(1, 44, 1),
+                  hex(std::array{static_cast<unsigned char>((written << 4U) | 2U)}));
+        EXPECT_EQ(specific(1, 45, 8), "0a 00 00 01 0a 00 00 02");
+        EXPECT_EQ(specific(1, 53 + 16 * (written - 1), 16), hex(ip6(written)));
+        EXPECT_EQ(specific(3, 0, 45), behind);
+        EXPECT_EQ(log.size(), count > 15 ? 1U : 0U);
+        EXPECT_EQ(access.getMacAddress(2), mac(3));
+        EXPECT_TRUE(access.setIpv4Address(mac(3), address4(7)));
+        expectInStep(access);
+    }
+}
+
+TEST_F(Pni, growsOnlyWhereThereIsRoom) {
+    put(portsOf({nic(1), nic(2)}));
+    const std::size_t end = PniAccess().layout().fruDataSize;
+    for (const std::size_t room : {0U, 11U, 12U, 20U}) {
+        put(portsOf({nic(1), nic(2)}), end + room);
+        const sim::Bytes before = image();
+        PniAccess access;
+        EXPECT_EQ(access.setIpv6Address(mac(1), addresses6(1)), room >= 12U) << room;
+        EXPECT_EQ(image() == before, room < 12U) << room;
+        expectInStep(access);
+        const sim::Bytes bytes(400);
+        const int present = access.layout().module[0].port[0].portFn[0].totalSize - 39;
+        EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, present + 6, bytes.data()),
+                  pni_parameter_err);
+    }
+}
+
+/// Behind the modules that are kept there may be more of the record: it moves along.
+TEST_F(Pni, whatIsBehindTheEighthModuleStaysWhole) {
+    sim::PortInformation record;
+    record.modules.resize(9, {.ports = {{{nic(1)}}}});
+    put(record, 4096);
+    PniAccess access;
+    EXPECT_TRUE(access.setIpv6Address(mac(1), addresses6(15)));
+    expectInStep(access);
+}
+
+TEST_F(Pni, clearsEveryNic) {
+    sim::PortInformation record = mixedRecord(10);
+    for (sim::PortFunction* function :
+         {&record.modules[0].ports[0].functions[0], &record.modules[1].ports[0].functions[2]}) {
+        function->ipv4 = {ip4(1)};
+        function->ipv6 = {ip6(1), ip6(2)};
+    }
+    put(record);
+    PniAccess access;
+    EXPECT_TRUE(access.clearIpAddressData());
+    for (const unsigned number : {1U, 2U, 3U}) {
+        EXPECT_EQ(specific(number, 44, 1), "00");
+    }
+    expectInStep(access);
+}
+
+/// Whatever fails on the way: an error, and an object that goes on.
+TEST_F(Pni, everyRequestOfAGrowthMayFail) {
+    put(mixedRecord(11));
+    const sim::Bytes sound = image();
+    PniAccess first;
+    exchanges.clear();
+    ASSERT_TRUE(first.setIpv6Address(mac(1), addresses6(15)));
+    const std::size_t count = exchanges.size();
+    for (const char* fault : {"cc=0xC0", "silent", "errno=EIO@send", "length=1"}) {
+        for (std::size_t n = 1; n <= count; ++n) {
+            device.behave();
+            image() = sound;
+            PniAccess access;
+            const auto before = numbersOf(access.layout());
+            exchanges.clear();
+            goWrong(n, fault);
+            const bool written = access.setIpv6Address(mac(1), addresses6(15));
+            const bool isWrite = exchanges.back().cmd == 0x12;
+            EXPECT_EQ(written, isWrite && fault == std::string("length=1")) << fault << n;
+            // The layout has moved on only if the header has.
+            const sim::Bytes& now = image();
+            const bool lengthened = now[header + 2] != sound[header + 2];
+            EXPECT_EQ(numbersOf(access.layout()) == before, !lengthened) << fault << n;
+            device.behave();
+            access.clearIpAddressData();
+        }
+    }
+}
+
+TEST_F(Pni, anErrorOfTheTransportEndsAnOperation) {
+    put(portsOf({nic(1)}));
+    PniAccess access;
+    device.misbehave(std::to_string(device.exchangeCount() + 1) + "+:errno=EIO@receive");
+    EXPECT_TRUE(access.clearIpAddressData());
+    EXPECT_FALSE(access.setIpv4Address(mac(1), address4(1)));
+    EXPECT_FALSE(access.setIpv6Address(mac(1), addresses6(1)));
+    EXPECT_FALSE(access.getMacAddress(0));
+    EXPECT_EQ(log.size(), 4U);
+    EXPECT_TRUE(access) << "it is only this time";
+}
+
+} // namespace
