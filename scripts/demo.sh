@@ -38,6 +38,10 @@ say "The same on a blade: its management blade learns the address of LAN port 2"
 ip link set eth0 address 02:00:00:00:00:02
 "${sim[@]}" --machine kestrelbox -- -s | sed '/^Configuration space/,/^Management blade/{/^Management blade/!d}'
 
+say "On a server whose adapter keeps port information: the record of NIC port 2 gets the address"
+ip link set eth0 address 02:00:00:00:00:12
+"${sim[@]}" --machine nic -- -s | sed '/^Configuration space/,/^Port information/{/^Port information/!d}' | cut -c1-150
+
 say "In the foreground (-n), 20 times faster, with the soft watchdog of 300 s switched on"
 "${sim[@]}" --speed 20 --watchdog 300 -- -n &
 agent=$!

@@ -19,9 +19,9 @@ enum Portfn_tech : std::uint8_t {
 /// are those of the record and can be larger than what is kept here: the `kept...` functions tell
 /// how far the arrays are filled. All offsets are FRU offsets.
 struct PniInfoCache {
-    static constexpr unsigned maxModules = 8;
-    static constexpr unsigned maxPorts = 16;
-    static constexpr unsigned maxPortFns = 16;
+    static constexpr std::uint8_t maxModules = 8;
+    static constexpr std::uint8_t maxPorts = 16;
+    static constexpr std::uint8_t maxPortFns = 16;
 
     struct PortFn {
         std::uint16_t fruOffset;
@@ -35,7 +35,7 @@ struct PniInfoCache {
         std::uint8_t numPortFn;
         std::array<PortFn, maxPortFns> portFn;
 
-        unsigned keptPortFns() const noexcept { return std::min<unsigned>(numPortFn, maxPortFns); }
+        std::uint8_t keptPortFns() const noexcept { return std::min(numPortFn, maxPortFns); }
     };
     struct Module {
         std::uint8_t moduleId;
@@ -44,7 +44,7 @@ struct PniInfoCache {
         std::uint8_t numPorts;
         std::array<Port, maxPorts> port;
 
-        unsigned keptPorts() const noexcept { return std::min<unsigned>(numPorts, maxPorts); }
+        std::uint8_t keptPorts() const noexcept { return std::min(numPorts, maxPorts); }
     };
 
     struct {
@@ -62,5 +62,5 @@ struct PniInfoCache {
     std::uint8_t commonsize;    ///< bytes of the body before the first module
     std::array<Module, maxModules> module;
 
-    unsigned keptModules() const noexcept { return std::min<unsigned>(numModules, maxModules); }
+    std::uint8_t keptModules() const noexcept { return std::min(numModules, maxModules); }
 };

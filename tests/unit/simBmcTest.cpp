@@ -27,7 +27,20 @@ TEST_F(SimBmc, refusesWhatIsMalformed) {
         {0x2E, 0xE0, {0xD9, 0x7E, 0x00, 2, 0, 0x0A, 0x02, 5, 1, 2, 3, 4}, "c7"},
         {0x2E, 0xE0, {0xD9, 0x7E, 0x00, 2, 0, 0x0A, 0x02, 3, 1, 2, 3}, "c7"},
         {0x2E, 0xE0, {0xD9, 0x7E, 0x00, 2, 0, 0x75, 0x00, 1, 3}, "cc"},
+        {0x2E, 0xF5, {0xD9, 0x7E, 0x00, 18}, "c7"},
+        {0x2E, 0xF5, {0xD9, 0x7E, 0x00, 18, 2}, "c9"},
+        {0x34, 0x40, {0}, "c7"},
+        {0x34, 0x40, {1, 0}, "c9"},
+        {0x0A, 0x11, {5, 0, 0}, "c7"},
+        {0x0A, 0x11, {4, 0, 0, 8}, "cb"},
+        {0x0A, 0x11, {5, 0x2C, 1, 1}, "c9"},
+        {0x0A, 0x11, {5, 0, 0, 241}, "ca"},
+        {0x0A, 0x11, {5, 0x2A, 1, 8}, "00 02 00 00"}, // as many as there are
+        {0x0A, 0x12, {5, 0, 0}, "c7"},
+        {0x0A, 0x12, {5, 0x2B, 1, 7, 7}, "c9"},
     };
+    EXPECT_EQ(ask(0x34, 0x40, {0, 0}), "c1") << "no adapter";
+    bmc.fru.emplace().image.resize(300);
     for (const auto& one : cases) {
         EXPECT_THAT(ask(one.netfn, one.cmd, one.data), testing::StartsWith(one.code))
             << hex(one.data);
