@@ -33,4 +33,7 @@ struct Exchange {
     int error = 0; // errno of the failed call
 };
 
+/// Sees every exchange once its outcome is known.
+using Observer = std::function<void(const Exchange&)>;
+
 } // namespace sim

@@ -3,6 +3,7 @@
 #include "bladeText.h"
 #include "confVariables.h"
 #include "fruText.h"
+#include "messagingText.h"
 #include "text.h"
 
 #include <algorithm>
@@ -130,7 +131,7 @@ constexpr std::array<CommandText, 7> commandTexts = {{
 
 const CommandText* findCommandText(const Exchange& exchange) {
     for (const std::span<const CommandText> texts :
-         {std::span<const CommandText>(commandTexts), bladeTexts(), fruTexts()}) {
+         {std::span<const CommandText>(commandTexts), bladeTexts(), fruTexts(), messagingTexts()}) {
         const auto found = std::ranges::find_if(texts, [&](const CommandText& known) {
             return known.netfn == exchange.netfn && known.cmd == exchange.cmd;
         });

@@ -17,8 +17,6 @@ namespace sim {
 
 /// Lets that much time pass; false when a signal cut it short.
 using PassTime = std::function<bool(std::chrono::microseconds)>;
-/// Sees every exchange once its outcome is known. Called inside the device: it must not use it.
-using Observer = std::function<void(const Exchange&)>;
 
 /// The kernel's IPMI device with a simulated BMC behind it. Its descriptors are made up: they are
 /// numbers that select(2) could take, unknown to the system. Only /dev/ipmi0 exists. Thread-safe,
@@ -33,6 +31,7 @@ class SimDevice final : public IpmiDevice {
     int receive(int fd, ipmi_recv& record) noexcept override;
     int close(int fd) noexcept override;
 
+    /// `observer_` is called inside the device: it must not use it.
     void observe(Observer observer_);
     /// From now on all of this goes wrong, and nothing else.
     void misbehave(const Misbehaviour& misbehaviour_);

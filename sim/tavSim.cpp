@@ -63,11 +63,7 @@ World::World(sim::SimOptions options_) :
     options(std::move(options_)), paths(pathsFor(options)), clock(options.speed),
     trace(options.trace, clock.monotonic()), bmc([this] { return clock.monotonic(); }),
     device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }) {
-    options.machine->setUp(bmc);
-    bmc.agentConnection.connected = options.connected;
-    for (const auto& [id, value] : options.values) {
-        bmc.confSpace.setText(id, value);
-    }
+    sim::setUp(bmc, options);
     device.misbehave(options.misbehaviour);
     device.setNodePresent(!options.noDevice);
     if (!options.quiet) {
@@ -110,7 +106,7 @@ void arrangeClosingView() {
 bool prepare(int argc, char** argv) {
     sim::SimOptions options = sim::parseSimOptions(argc, argv);
     if (options.help) {
-        (void)std::fputs(sim::simUsage(), stdout);
+        (void)std::fputs(sim::simUsage().c_str(), stdout);
         return false;
     }
     world = new World(std::move(options));
@@ -142,7 +138,7 @@ int __wrap_main(int argc, char** argv) {
             return EXIT_SUCCESS;
         }
     } catch (const sim::UsageError& error) {
-        (void)std::fprintf(stderr, "tav_sim: %s\n\n%s", error.what(), sim::simUsage());
+        (void)std::fprintf(stderr, "tav_sim: %s\n\n%s", error.what(), sim::simUsage().c_str());
         return usageStatus;
     } catch (const std::exception& error) {
         (void)std::fprintf(stderr, "tav_sim: %s\n", error.what());

@@ -1,0 +1,131 @@
+#include "vmConnection.h"
+
+#include "bladeLink.h"
+#include "rig.h"
+
+#include <numeric>
+
+namespace {
+
+using sim::Bytes;
+
+/// One end of the connection to a virtual machine; the test is the machine.
+class VmConnection : public Rig {
+  public:
+    static unsigned char checksum(const Bytes& bytes) {
+        return static_cast<unsigned char>(-std::accumulate(bytes.begin(), bytes.end(), 0));
+    }
+
+    static Bytes message(Bytes body) {
+        body.push_back(checksum(body));
+        Bytes bytes;
+        for (const unsigned char byte : body) {
+            if (byte == 0xA0 || byte == 0xA1 || byte == 0xAA) {
+                bytes.insert(bytes.end(), {0xAA, static_cast<unsigned char>(byte | 0x10)});
+            } else {
+                bytes.push_back(byte);
+            }
+        }
+        bytes.push_back(0xA0);
+        return bytes;
+    }
+
+    std::string ask(const Bytes& body) { return hex(connection.receive(message(body))); }
+
+    /// An OS status event to the chassis: Send Message with a message to 0x24 in it.
+    std::string sendEvent(unsigned char responder, const Bytes& data) {
+        Bytes body = {0x20, 0x14, 0x02};
+        body.insert(body.end(), data.begin(), data.end());
+        body.push_back(checksum(body));
+        Bytes request = {9, 0x18, 0x34, 0x00, responder, 0x10, checksum({responder, 0x10})};
+        request.insert(request.end(), body.begin(), body.end());
+        return ask(request);
+    }
+
+    sim::MessageChannel channel{
+        bmc, [this](const sim::Exchange& exchange) { exchanges.push_back(exchange); }};
+    sim::VmConnection connection{channel};
+};
+
+const Bytes osRunning = {0x04, 0xC0, 0x31, 0x6F, 0x42, 0xFF, 0xFF};
+
+TEST_F(VmConnection, dropsWhatIsNoSoundFrame) {
+    EXPECT_EQ(hex(sim::VmConnection::greeting()), "ff 01 a1");
+    const Bytes cases[] = {
+        {0xA0},
+        {0xA1},
+        {1, 0x18, 0xA0},
+        {1, 0x18, 0x2F, 0xB9, 0xA0},             // checksum
+        {1, 0x18, 0x2F, 0xB8, 0xAA, 0xA0},       // ends within an escape
+        {1, 0x18, 0xAA, 0xAA, 0x2F, 0xB8, 0xA0}, // escaped escape
+        {0xFF, 0x01, 0xA1},
+        {0x08, 0x3F, 0xA1},
+    };
+    for (const Bytes& bytes : cases) {
+        EXPECT_EQ(hex(connection.receive(bytes)), "") << hex(bytes);
+    }
+    Bytes endless(100'000, 0);
+    EXPECT_EQ(hex(connection.receive(endless)), "");
+    EXPECT_EQ(hex(connection.receive(message({1, 0x18, 0x2F}))), "")
+        << "the rest of a frame that was too long";
+    EXPECT_TRUE(exchanges.empty());
+    EXPECT_EQ(ask({1, 0x18, 0x2F}), "01 1c 2f 00 08 ac a0");
+}
+
+TEST_F(VmConnection, takesBytesAsTheyComeAndEscapesTheFramingOnes) {
+    Bytes request = {0xAA, 0xB0, 0x18, 0x77, 0xD1, 0xA0}; // sequence number 0xA0
+    Bytes answer;
+    for (const unsigned char byte : request) {
+        const Bytes output = connection.receive({&byte, 1});
+        answer.insert(answer.end(), output.begin(), output.end());
+    }
+    EXPECT_EQ(hex(answer), "aa b0 1c 77 c1 0c a0");
+}
+
+TEST_F(VmConnection, fetchesAnswersFromTheBus) {
+    bmc.blade.emplace();
+    EXPECT_EQ(sendEvent(sim::managementBladeAddress, osRunning),
+              "09 1c 34 00 a7 a0 " // sent; then attention, without interrupts
+              "01 a1");
+    ASSERT_EQ(exchanges.size(), 2U);
+    EXPECT_EQ(exchanges[0].slaveAddress, 0x24);
+    EXPECT_EQ(hex(exchanges[0].request), "04 c0 31 6f 42 ff ff");
+    EXPECT_EQ(bmc.blade->chassis.statusEvents, 1U);
+
+    EXPECT_EQ(ask({1, 0x18, 0x31}), "01 1c 31 00 01 b1 a0");
+    EXPECT_EQ(ask({2, 0x18, 0x33}), "00 a1 " // the last one: attention goes first
+                                    "02 1c 33 00 00 14 cc 24 14 02 00 c6 cf a0");
+    EXPECT_EQ(ask({3, 0x18, 0x33}), "03 1c 33 80 2e a0");
+    EXPECT_EQ(ask({4, 0x18, 0x31}), "04 1c 31 00 00 af a0");
+
+    EXPECT_EQ(ask({5, 0x18, 0x2E, 0x09}), "05 1c 2e 00 b1 a0 05 a1");
+    EXPECT_EQ(sendEvent(sim::managementBladeAddress, osRunning), "09 1c 34 00 a7 a0 02 a1");
+    EXPECT_EQ(ask({6, 0x18, 0x30, 0x01}), "00 a1 06 1c 30 00 ae a0");
+    EXPECT_EQ(ask({7, 0x18, 0x31}), "07 1c 31 00 00 ac a0");
+
+    sendEvent(sim::managementBladeAddress, osRunning);
+    EXPECT_EQ(hex(connection.receive(Bytes{0x04, 0xA1})), "") << "reset";
+    EXPECT_EQ(ask({8, 0x18, 0x31}), "08 1c 31 00 00 ab a0");
+    EXPECT_EQ(ask({9, 0x18, 0x2F}), "09 1c 2f 00 08 a4 a0");
+}
+
+TEST_F(VmConnection, refusesBadMessagesToTheBus) {
+    bmc.blade.emplace();
+    EXPECT_THAT(sendEvent(0x72, osRunning), testing::StartsWith("09 1c 34 83 ")) << "nobody";
+    EXPECT_THAT(ask({9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCC, 0x20, 0x14, 0x02}),
+                testing::StartsWith("09 1c 34 c7 "));
+    EXPECT_THAT(ask({9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCD, 0x20, 0x14, 0x02, 0xCA}),
+                testing::StartsWith("09 1c 34 cc "))
+        << "checksum of the head";
+    EXPECT_THAT(ask({9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCC, 0x20, 0x14, 0x02, 0xCB}),
+                testing::StartsWith("09 1c 34 cc "))
+        << "checksum of the rest";
+    EXPECT_THAT(ask({9, 0x18, 0x34, 0x07, 0x24, 0x10, 0xCC, 0x20, 0x14, 0x02, 0xCA}),
+                testing::StartsWith("09 1c 34 cc "))
+        << "channel";
+    EXPECT_THAT(ask({9, 0x18, 0x42, 0x05}), testing::StartsWith("09 1c 42 cc "));
+    EXPECT_THAT(ask({9, 0x18, 0x42}), testing::StartsWith("09 1c 42 c7 "));
+    EXPECT_FALSE(channel.attention());
+}
+
+} // namespace
