@@ -125,7 +125,7 @@ void PniAccess::readBody(const TavIpmi& ipmi, const OemPniMultirecordHeader& hea
 }
 
 int PniAccess::getModuleIndex(unsigned char moduleId) const noexcept {
-    for (unsigned m = 0; m < pniInfoCache.keptModules(); ++m) {
+    for (unsigned m = 0; usable() && m < pniInfoCache.keptModules(); ++m) {
         if (pniInfoCache.module[m].moduleId == moduleId) {
             return static_cast<int>(m);
         }

@@ -64,6 +64,8 @@ class PniAccess {
     /// Empties the address lists of all NIC ports. False if one could not be written.
     bool clearIpAddressData() noexcept;
 
+    // The operations from here on throw TavIpmiError when a system call fails.
+
     // Bytes of the FRU, in requests of at most 64. `count` bytes of `buf` are cleared before they
     // are read. pni_parameter_err when the range goes beyond 64 KiB, which no offset reaches.
     PniErrorCodes readFru(const tavIpmi::TavIpmi& ipmi, unsigned short offset, int count,

@@ -96,7 +96,8 @@ unsigned PniAccess::getNumberOfMacAddresses() const noexcept {
 }
 
 MacAddress PniAccess::getMacAddress(int n) const noexcept {
-    const auto found = firstNicPortFn([left = n](PortFnIndex) mutable { return left-- == 0; });
+    int number = 0;
+    const auto found = firstNicPortFn([&number, n](PortFnIndex) { return number++ == n; });
     if (!found) {
         return {};
     }

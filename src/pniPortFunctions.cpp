@@ -101,11 +101,11 @@ PniErrorCodes PniAccess::writePortFnSpecificArea(const TavIpmi& ipmi, unsigned c
     if (portFn == nullptr || len < 0) {
         return pni_parameter_err;
     }
-    // Once the end is requested exchanges share a short time, and one that runs out in the middle
-    // of an update leaves a torn record behind.
+    // Once the end is requested there is little time left: no update begins any more.
     if (agentSignals::endRequested()) {
         return pni_misc_err;
     }
+    const tavIpmi::RecordUpdate update;
     const int oldLength = std::min(len, specificLength(*portFn));
     if (len > oldLength) {
         const PniErrorCodes result = growPortFn(ipmi, index, len - oldLength);

@@ -29,23 +29,32 @@ enum RecordType {
 
 /// How long exchanges may wait for the BMC. Each has five seconds, until the agent is asked to end:
 /// from then on all that is still sent shares one short farewell, so that a dead BMC cannot hold up
-/// the shutdown of the host.
+/// the shutdown of the host. An update of a record that was under way then has more time, as long
+/// as the BMC answers, and the farewell begins behind it.
 class Patience {
   public:
     timeval budget() noexcept {
-        if (milliseconds{endBy} == never && agentSignals::endRequested()) {
-            endBy = (agentClock().monotonic() + farewell).count();
+        if (milliseconds{endSince} == never && agentSignals::endRequested()) {
+            endSince = agentClock().monotonic().count();
         }
-        const milliseconds end{endBy};
-        if (end == never) {
+        const milliseconds since{endSince};
+        if (since == never) {
             return toTimeval(full);
         }
-        return toTimeval(std::clamp(end - agentClock().monotonic(), milliseconds{0}, full));
+        const milliseconds end = since + (updating ? longestUpdate : farewell);
+        return toTimeval(std::clamp(end - agentClock().monotonic(), milliseconds{0}, farewell));
+    }
+
+    void beginUpdate() noexcept { updating = true; }
+    void finishUpdate() noexcept {
+        updating = false;
+        endSince = never.count();
     }
 
   private:
     static constexpr milliseconds full{5000};
     static constexpr milliseconds farewell{1500};
+    static constexpr milliseconds longestUpdate{10'000};
     static constexpr milliseconds never{milliseconds::max()};
 
     static timeval toTimeval(milliseconds span) noexcept {
@@ -53,7 +62,8 @@ class Patience {
                 static_cast<suseconds_t>(span.count() % 1000 * 1000)};
     }
 
-    std::atomic<milliseconds::rep> endBy{never.count()};
+    std::atomic<milliseconds::rep> endSince{never.count()};
+    std::atomic<bool> updating{false};
 };
 
 Patience patience;
@@ -63,6 +73,14 @@ Patience patience;
 }
 
 } // namespace
+
+RecordUpdate::RecordUpdate() noexcept {
+    patience.beginUpdate();
+}
+
+RecordUpdate::~RecordUpdate() {
+    patience.finishUpdate();
+}
 
 unsigned int TavIpmi::msgId_seed = static_cast<unsigned int>(std::time(nullptr));
 

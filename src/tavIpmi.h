@@ -52,6 +52,16 @@ class TavIpmi {
     static unsigned int msgId_seed;
 };
 
+/// While one lives, exchanges rewrite a record that would be left torn if they stopped: an end that
+/// is requested meanwhile hurries them less. One at a time.
+class RecordUpdate {
+  public:
+    RecordUpdate() noexcept;
+    ~RecordUpdate();
+    RecordUpdate(const RecordUpdate&) = delete;
+    RecordUpdate& operator=(const RecordUpdate&) = delete;
+};
+
 /// Sends `msg` and tells whether it was answered with completion code 0 and at least `needed`
 /// bytes, completion code included. Throws as sendCmd does.
 bool exchange(const TavIpmi& ipmi, TavIpmi_request_msg& msg, std::size_t needed = 1);

@@ -1,4 +1,5 @@
 #include "PniAccess.h"
+#include "agentSignals.h"
 #include "portInformation.h"
 #include "rig.h"
 #include "sysLog.h"
@@ -467,6 +468,36 @@ TEST_F(Pni, everyRequestOfAGrowthMayFail) {
             access.clearIpAddressData();
         }
     }
+}
+
+/// A BMC that takes a tenth of a second for each answer, and an end that is requested right after
+/// the update has begun: the record is whole, and then the short farewell begins.
+TEST(PniDeathTest, anUpdateUnderWayIsFinished) {
+    const auto run = [] {
+        struct Body : Pni {
+            void TestBody() override {}
+        } rig;
+        rig.put(mixedRecord(11));
+        PniAccess access;
+        agentSignals::hold();
+        rig.device.observe([](const sim::Exchange& exchange) {
+            if (exchange.cmd == sim::command::writeFruData) {
+                EXPECT_EQ(::raise(SIGTERM), 0);
+            }
+        });
+        rig.device.misbehave("1+:slow=100");
+        const auto start = rig.clock.now;
+        EXPECT_TRUE(access.setIpv6Address(rig.mac(1), rig.addresses6(15)));
+        EXPECT_GT(rig.clock.now - start, std::chrono::milliseconds(1500));
+        rig.expectInStep(access);
+        EXPECT_FALSE(access.setIpv6Address(rig.mac(1), rig.addresses6(1))) << "no further update";
+        rig.device.misbehave("1+:silent");
+        const auto farewell = rig.clock.now;
+        EXPECT_TRUE(access.clearIpAddressData());
+        EXPECT_LE(rig.clock.now - farewell, std::chrono::milliseconds(1500));
+        ::_exit(testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Pni, anErrorOfTheTransportEndsAnOperation) {
