@@ -26,6 +26,15 @@ build_and_test release
 GTEST_FILTER='-StartStop.*:FaultLoop.misbehave*:FaultLoop.signal*' build_and_test asan
 GTEST_FILTER='-StartStop.*:FaultLoop.*' build_and_test tsan
 
+step "virtual machines: started, to run beside the next steps"
+vm_log=$(mktemp /tmp/tav_vm_log.XXXXXX)
+vm_test=
+trap 'kill $vm_test 2>/dev/null || true; rm -f "$vm_log"' EXIT
+if install_packages "${vm_packages[@]}"; then
+    timeout --kill-after=10 600 tests/vm/run.sh >"$vm_log" 2>&1 &
+    vm_test=$!
+fi
+
 step "clang: build and fuzz"
 cmake --preset clang >/dev/null
 cmake --build --preset clang -- --quiet
@@ -34,5 +43,16 @@ ctest --preset clang --tests-regex fuzz
 step "clang-tidy"
 git ls-files '*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/clang --quiet 2>&1 |
     { grep -v 'warnings generated' || true; }
+
+step "virtual machines: outcome"
+if [[ -n $vm_test ]]; then
+    vm_status=0
+    wait "$vm_test" || vm_status=$?
+    vm_test=
+    cat "$vm_log"
+    ((vm_status == 0))
+else
+    echo "************ SKIPPED: QEMU cannot be installed here ************"
+fi
 
 step "all checks passed"

@@ -1,0 +1,174 @@
+#!/bin/bash
+# Runs tav_init as it is in virtual machines, where it talks through Linux' own IPMI driver and a KCS
+# interface to the simulated BMC. Needs the release build and the packages of the virtual machine.
+set -Eeuo pipefail
+trap 'echo "FAILED: line $LINENO" >&2' ERR
+cd "$(dirname "$0")/../.."
+source tests/vm/machine.sh
+
+patience=60 # seconds until something must have happened
+
+pass() { echo "ok: $*"; }
+
+# The command's output must match.
+expect() { # WHAT EXTENDED-REGULAR-EXPRESSION COMMAND...
+    local what=$1 pattern=$2 output status=0
+    shift 2
+    output=$("$@") || status=$?
+    grep -qE -- "$pattern" <<<"$output" || vm_fail "FAILED: $what: no '$pattern' in '$output' ($status)"
+    pass "$what"
+}
+
+# The command's output must match within $patience.
+await() { # WHAT EXTENDED-REGULAR-EXPRESSION COMMAND...
+    local what=$1 pattern=$2 output deadline=$((SECONDS + patience))
+    shift 2
+    until output=$("$@") && grep -qE -- "$pattern" <<<"$output"; do
+        ((SECONDS < deadline)) || vm_fail "FAILED: $what: no '$pattern' in '$output'"
+        sleep 0.2
+    done
+    pass "$what"
+}
+
+# Runs a command line in the machine, which must end with that status.
+guest_ends() { # WHAT STATUS COMMAND-LINE
+    local status=0
+    guest "$3" || status=$?
+    ((status == $2)) || vm_fail "FAILED: $1: exit status $status, not $2"
+    pass "$1"
+}
+
+# The BMC as it is now.
+bmc_view() {
+    kill -USR1 "$bmc"
+    sleep 0.1
+    sed -n 'H; /^Configuration space/h; ${x; p}' "$vm_folder/bmc.log" # its last appearance
+}
+
+# What the BMC was asked from that line of its log on.
+bmc_log_length() { wc -l <"$vm_folder/bmc.log"; }
+bmc_log_from() { tail -n "+$1" "$vm_folder/bmc.log"; } # LINE
+
+# The time of its last exchange.
+bmc_seconds() {
+    sed -n 's/^ *\([0-9]*\)\.[0-9]* s .*/\1/p' "$vm_folder/bmc.log" | tail -n 1
+}
+
+bmc_past() { # SECONDS
+    local now
+    now=$(bmc_seconds)
+    ((now >= $1)) && echo -
+}
+
+add_interface() { # NAME IPV4-ADDRESS
+    guest "ip link add $1 type dummy && ip link set $1 up && ip addr add $2/24 dev $1"
+}
+
+start_daemon() { guest_ends "$1" 0 'tav_init'; } # WHAT
+
+# As a crash leaves it: with its pid file, which would block the next start.
+kill_daemon() { guest 'kill -9 $(cat /var/run/tavd.pid) && rm /var/run/tavd.pid'; }
+
+system_log() { guest 'cat /var/log/messages'; }
+
+# A KESTRELBOX blade tells the chassis over the IPMB that its OS runs, which it does only when it
+# has read who it is from the SMBIOS tables.
+check_blade() { # FIRMWARE PREPARATION QEMU-OPTIONS...
+    local firmware=$1 preparation=$2
+    shift 2
+    bmc_start --machine kestrelbox
+    vm_boot "$@" -smbios type=1,family=KESTRELBOX,product=blade -smbios type=3,manufacturer=maker
+    guest_ends "$firmware: entry point" 0 "$preparation"
+    guest_ends "$firmware: once" 0 'tav_init -s'
+    await "$firmware: OS status over the IPMB" 'OS status +OS running \(events: 2\)' bmc_view
+    vm_tsc_khz=$(guest 'dmesg' | sed -n 's/.*tsc: Detected \([0-9]*\)\.\([0-9]*\) MHz.*/\1\2/p')
+    vm_off
+    bmc_stop
+}
+
+legacy_search='dd if=/dev/mem bs=64k skip=15 count=1 2>/dev/null | grep -q _SM'
+
+echo "# Who the machine is"
+vm_prepare build/release/src/sbin/tav_init
+# Without sysfs there is nothing but the entry point in low memory.
+check_blade BIOS "$legacy_search && umount /sys"
+check_blade "UEFI, 32 bit" "! $legacy_search && test -s /sys/firmware/dmi/tables/smbios_entry_point" \
+    -bios /usr/share/ovmf/OVMF.fd -machine q35,smbios-entry-point-type=32
+check_blade "UEFI, 64 bit" "! $legacy_search && test -s /sys/firmware/dmi/tables/smbios_entry_point" \
+    -bios /usr/share/ovmf/OVMF.fd -machine q35,smbios-entry-point-type=64
+
+echo "# A day of a server, ten times as fast"
+vm_speed=10
+bmc_options=(--watchdog 240 --speed $vm_speed)
+bmc_start --machine nic "${bmc_options[@]}"
+vm_boot
+add_interface eth0 192.0.2.1
+guest 'ip link set eth0 address 02:00:00:00:00:12'
+
+guest_ends "once" 0 'tav_init -s'
+await "once: address in the configuration space" 'conf_server_IPAddress1 +192\.0\.2\.1$' bmc_view
+expect "once: address in the port's record" '^ +192\.0\.2\.1$' bmc_view
+expect "once: the record is sound" 'checksums: header right, body right' bmc_view
+
+start_daemon "daemon: start"
+guest_ends "daemon: number in the pid file" 0 'grep -qx tav_init /proc/$(cat /var/run/tavd.pid)/comm'
+expect "daemon: a second one is refused" 'already running' guest 'tav_init'
+await "daemon: watchdog armed" 'running +yes' bmc_view
+expect "daemon: system log" 'local5\.info tav_daemon\[[0-9]+\]: starting' system_log
+# An odd number of interfaces, loopback counted, is pushed at every inventory; so it stays odd.
+add_interface eth1 198.51.100.1
+await "daemon: a new address arrives" 'conf_server_IPAddress2 +198\.51\.100\.1$' bmc_view
+
+guest 'rmmod ipmi_si'
+add_interface eth2 198.51.100.2
+add_interface eth3 198.51.100.3
+await "driver gone: logged" 'local5\.err tav_daemon.*Error: Open failed: No such file' system_log
+guest_ends "driver gone: once" 1 'tav_init -s'
+back=$(bmc_log_length)
+guest 'insmod /lib/modules/ipmi_si.ko'
+await "driver back: what was missed arrives" 'conf_server_IPAddress4 +198\.51\.100\.3$' bmc_view
+await "driver back: watchdog kept going" 'Reset Watchdog Timer +-> ok' bmc_log_from "$back"
+
+kill -STOP "$bmc"
+guest_ends "BMC silent: once" 1 'tav_init -s'
+expect "BMC silent: logged" 'user\.err TAVD.*Error: GetDeviceId does not yield response data' system_log
+back=$(bmc_log_length)
+kill -CONT "$bmc"
+await "BMC speaks again: watchdog kept going" 'Reset Watchdog Timer +-> ok' bmc_log_from "$back"
+
+armed_at=$(bmc_seconds)
+patience=120 await "watchdog: three periods later" - bmc_past $((armed_at + 3 * 240))
+expect "watchdog: still running" 'running +yes' bmc_view
+expect "watchdog: never expired" 'expired uses +none' bmc_view
+
+bmc_stop
+guest_ends "BMC gone: once" 1 'tav_init -s'
+guest_ends "BMC gone: the daemon lives" 0 'test -d /proc/$(cat /var/run/tavd.pid)'
+bmc_start --machine plain "${bmc_options[@]}"
+await "another BMC: address" 'conf_server_IPAddress1 +192\.0\.2\.1$' bmc_view
+await "another BMC: watchdog armed" 'running +yes' bmc_view
+
+kill_daemon
+await "killed: watchdog expires" 'expired uses +SMS/OS' bmc_view
+start_daemon "terminate mode: a watchdog left behind"
+await "terminate mode: armed before" 'running +yes' bmc_view
+kill_daemon
+guest_ends "terminate mode" 0 'tav_init -t'
+await "terminate mode: watchdog stopped" 'running +no' bmc_view
+
+guest '(tav_init -n; echo $? >/tmp/status) &'
+await "foreground: watchdog armed" 'running +yes' bmc_view
+guest 'kill $(pidof tav_init)'
+await "foreground: ends with 1" '^1$' guest 'cat /tmp/status'
+expect "foreground: watchdog stopped" 'running +no' bmc_view
+
+start_daemon "end of the daemon: start"
+await "end of the daemon: watchdog armed before" 'running +yes' bmc_view
+guest 'kill $(cat /var/run/tavd.pid)'
+await "end of the daemon: pid file gone" '' guest '! test -e /var/run/tavd.pid'
+await "end of the daemon: process gone" '' guest '! pidof tav_init'
+expect "end of the daemon: system log" 'local5.info tav_daemon.*Termination signal received' system_log
+expect "end of the daemon: watchdog stopped" 'running +no' bmc_view
+expect "end of the daemon: the BMC knows" 'agent +not connected' bmc_view
+vm_off
+echo "# All as it should be, after $SECONDS s"
