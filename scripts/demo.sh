@@ -1,19 +1,55 @@
 #!/bin/bash
 # Installs what is missing, builds, and shows the agent at work against the simulated BMC, in a
-# network namespace of its own.
+# network namespace of its own. With --vm: in a virtual machine, through Linux' own IPMI driver.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 say() { printf '\n\033[1m# %s\033[0m\n' "$*"; }
 
-if [[ ${1-} != inside ]]; then
-    install_packages "${build_packages[@]}" "${demo_packages[@]}"
+build() { # PROGRAM...
     say "Building"
     cmake --preset release >/dev/null
-    cmake --build --preset release --target tav_init tav_sim -- --quiet
+    cmake --build --preset release --target "$@" -- --quiet
+}
+
+show_in_vm() {
+    source tests/vm/machine.sh
+    say "A machine boots: its kernel's driver finds the BMC and asks what it can do"
+    vm_prepare build/release/src/sbin/tav_init
+    bmc_start --machine kestrelbox --watchdog 300
+    tail --follow --lines=+1 --pid="$bmc" "$vm_folder/bmc.log" &
+    vm_boot -smbios type=1,family=KESTRELBOX
+    guest 'ip link add eth0 address 02:00:00:00:00:02 type dummy && ip link set eth0 up'
+    guest 'ip addr add 192.0.2.10/24 dev eth0; ls -l /dev/ipmi0'
+    say "Once (-s): the OS status goes out as Send Message, over the IPMB"
+    guest 'tav_init -s'
+    say "As a daemon, which takes the watchdog"
+    guest 'tav_init; while ! test -e /var/run/tavd.pid; do sleep 1; done; sleep 2'
+    say "SIGTERM: the watchdog is stopped, the BMC is told that the agent goes"
+    guest 'kill $(cat /var/run/tavd.pid); while pidof tav_init >/dev/null; do sleep 1; done'
+    say "The machine's system log:"
+    guest 'cat /var/log/messages'
+    vm_off
+    say "The BMC as it is left:"
+    bmc_stop
+    wait
+}
+
+case ${1-} in
+--vm)
+    install_packages "${build_packages[@]}" "${vm_packages[@]}"
+    build tav_init tav_bmcd
+    show_in_vm
+    exit
+    ;;
+inside) ;;
+*)
+    install_packages "${build_packages[@]}" "${demo_packages[@]}"
+    build tav_init tav_sim
     exec unshare --net scripts/demo.sh inside
-fi
+    ;;
+esac
 
 sim=(build/release/sim/tav_sim --root "$(mktemp -d /tmp/tav_demo.XXXXXX)")
 trap 'rm -rf "${sim[2]}"' EXIT

@@ -31,6 +31,7 @@ inline constexpr unsigned char adapter = 0x34; // OEM, servers whose adapters de
 namespace command {
 inline constexpr unsigned char platformEvent = 0x02; // sensor/event
 inline constexpr unsigned char getDeviceId = 0x01;
+inline constexpr unsigned char getDeviceGuid = 0x08;
 inline constexpr unsigned char resetWatchdogTimer = 0x22;
 inline constexpr unsigned char setWatchdogTimer = 0x24;
 inline constexpr unsigned char getWatchdogTimer = 0x25;
@@ -40,6 +41,7 @@ inline constexpr unsigned char clearMessageFlags = 0x30;
 inline constexpr unsigned char getMessageFlags = 0x31;
 inline constexpr unsigned char getMessage = 0x33;
 inline constexpr unsigned char sendMessage = 0x34;
+inline constexpr unsigned char readEventBuffer = 0x35;
 inline constexpr unsigned char getChannelInfo = 0x42;
 inline constexpr unsigned char getFruAreaInfo = 0x10;
 inline constexpr unsigned char readFruData = 0x11;

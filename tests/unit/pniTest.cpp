@@ -269,7 +269,7 @@ TEST_F(Pni, withoutADeviceThereIsNothingToSay) {
     goWrong(1, "cc=0xC3");
     EXPECT_THAT(refusal(), HasSubstr("Error: IPMI access has failed. (Return code: c3("));
     goWrong(1, "length=4");
-    EXPECT_THAT(refusal(), HasSubstr("Error: IPMI access has failed. (/"));
+    EXPECT_THAT(refusal(), HasSubstr("Error: IPMI access has failed. (src/"));
     EXPECT_TRUE(log.empty());
     goWrong(2, "errno=EIO@send");
     PniAccess access;

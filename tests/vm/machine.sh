@@ -101,8 +101,9 @@ guest() {
     local line
     printf '%s\n' "$*" >&"$to_guest"
     while IFS= read -r -t 60 line <&"$from_guest"; do
-        if [[ $line == "#END "* ]]; then
-            return "${line#\#END }"
+        if [[ $line == *"#END "* ]]; then
+            printf '%s' "${line%\#END *}" # output whose last line had no end
+            return "${line##*\#END }"
         fi
         printf '%s\n' "$line"
     done
