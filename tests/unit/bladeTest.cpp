@@ -156,6 +156,55 @@ TEST_F(Blade, anAddressThatDoesNotExistIsNotAskedForTwice) {
     }
 }
 
+/// What a single short answer changes in the start-up's requests: all of its own step, nothing
+/// else.
+TEST_F(Blade, oneShortAnswerCostsOneStep) {
+    become("kestrelbox");
+    const auto startUp = [this] {
+        exchanges.clear();
+        const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+        return requests();
+    };
+    const std::vector<std::string> all = startUp();
+    ASSERT_EQ(all.size(), 16U);
+    struct {
+        std::size_t number; // of the exchange
+        const char* request;
+        std::size_t wholeLength;
+        std::vector<std::string> leftOut, added;
+    } cases[] = {
+        {1, "30/e8: ", 4, {"30/e1: 02 02", "30/e1: 02 03", "30/e3: 02 02", "30/e3: 02 03"}, {}},
+        {2, "30/e1: 01 00", 7, {}, {}},
+        {3, "30/e1: 01 01", 7, {}, {}},
+        {4, "30/e3: 01 00", 7, {}, {}},
+        {5, "30/e3: 01 01", 7, {}, {}},
+        {6, "30/e3: 02 02", 19, {}, {}},
+        {7, "30/e1: 02 02", 19, {}, {}},
+        {8, "30/e1: 02 03", 19, {}, {}},
+        {9, "30/e3: 02 02", 19, {}, {}},
+        {10, "30/e3: 02 03", 19, {}, {}},
+        {11, "30/f0: 00", 7, {}, {"30/f0: 01"}},
+        {12, "30/18: ", 2, {}, {}},
+        {13, "30/75: 01", 11, {"30/75: 02", "30/75: 03", "30/75: 04"}, {}},
+        {15, "30/75: 03", 11, {"30/75: 04"}, {}},
+    };
+    for (const auto& one : cases) {
+        std::vector<std::string> expected = all;
+        for (const std::string& request : one.leftOut) {
+            expected.erase(std::find(expected.rbegin(), expected.rend(), request).base() - 1);
+        }
+        const auto place = expected.begin() + static_cast<std::ptrdiff_t>(one.number);
+        EXPECT_EQ(*(place - 1), one.request);
+        expected.insert(place, one.added.begin(), one.added.end());
+        for (const std::size_t length : {std::size_t{1}, one.wholeLength - 1}) {
+            device.behave();
+            device.misbehave(std::to_string(device.exchangeCount() + one.number) +
+                             ":length=" + std::to_string(length));
+            EXPECT_EQ(startUp(), expected) << one.request << ", " << length;
+        }
+    }
+}
+
 TEST_F(Blade, anOldManagementBladeIsAskedInItsOwnWay) {
     become("old-blade");
     const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
