@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
-source tests/vm/machine.sh
+source sim/vm/machine.sh
 span=${1:-600} # seconds for each daemon
 
 install_packages "${build_packages[@]}" "${check_packages[@]}" "${vm_packages[@]}" "${vm_bench_packages[@]}"

@@ -14,7 +14,7 @@ build() { # PROGRAM...
 }
 
 show_in_vm() {
-    source tests/vm/machine.sh
+    source sim/vm/machine.sh
     say "A machine boots: its kernel's driver finds the BMC and asks what it can do"
     vm_prepare build/release/src/sbin/tav_init
     bmc_start --machine kestrelbox --watchdog 300

@@ -4,7 +4,7 @@
 set -Eeuo pipefail
 trap 'echo "FAILED: line $LINENO" >&2' ERR
 cd "$(dirname "$0")/../.."
-source tests/vm/machine.sh
+source sim/vm/machine.sh
 
 patience=60 # seconds until something must have happened
 

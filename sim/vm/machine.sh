@@ -37,7 +37,7 @@ vm_make_root() { # PROGRAM...
     local root=$vm_folder/root program library module modules
     mkdir -p "$root"/{bin,dev,proc,sys,run,tmp,var/log,lib/modules,etc}
     ln -s ../run "$root/var/run"
-    install tests/vm/init "$root/init"
+    install sim/vm/init "$root/init"
     cp /bin/busybox "$root/bin/busybox"
     for program in "$@"; do
         cp "$program" "$root/bin/"
