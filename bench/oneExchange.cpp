@@ -11,6 +11,7 @@ int main() {
         tavIpmi::TavIpmi_request_msg msg(tavIpmi::ipmi_netfn_req_app,
                                          tavIpmi::ipmi_cmd_get_device_id, {});
         if (!tavIpmi::exchange(ipmi, msg)) {
+            (void)std::fputs("no answer, or not a good one\n", stderr);
             return 1;
         }
         for (const unsigned char byte : msg.response()) {

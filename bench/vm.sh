@@ -5,12 +5,16 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 source sim/vm/machine.sh
+if compgen -G '/dev/ipmi*' >/dev/null; then
+    echo "this machine has an IPMI device: bmc-watchdog's package would take its watchdog" >&2
+    exit 1
+fi
 span=${1:-600} # seconds for each daemon
 
 install_packages "${build_packages[@]}" "${check_packages[@]}" "${vm_packages[@]}" "${vm_bench_packages[@]}"
 cmake --preset release >/dev/null
 cmake --build --preset release -- --quiet
-vm_prepare build/release/src/sbin/tav_init build/release/bench/one_exchange \
+vm_prepare build/release/sim build/release/src/sbin/tav_init build/release/bench/one_exchange \
     /usr/bin/{ipmitool,strace,time} /usr/sbin/bmc-watchdog
 bmc_start --watchdog 300
 vm_boot

@@ -9,16 +9,16 @@ say() { printf '\n\033[1m# %s\033[0m\n' "$*"; }
 
 build() { # PROGRAM...
     say "Building"
-    cmake --preset release >/dev/null
-    cmake --build --preset release --target "$@" -- --quiet
+    cmake --preset demo >/dev/null
+    cmake --build --preset demo --target "$@" -- --quiet
 }
 
 show_in_vm() {
     source sim/vm/machine.sh
     say "A machine boots: its kernel's driver finds the BMC and asks what it can do"
-    vm_prepare build/release/src/sbin/tav_init
+    vm_prepare build/demo/sim build/demo/src/sbin/tav_init
     bmc_start --machine kestrelbox --watchdog 300
-    tail --follow --lines=+1 --pid="$bmc" "$vm_folder/bmc.log" &
+    tail --follow --lines=+1 --pid="$bmc" "$bmc_log" &
     vm_boot -smbios type=1,family=KESTRELBOX
     guest 'ip link add eth0 address 02:00:00:00:00:02 type dummy && ip link set eth0 up'
     guest 'ip addr add 192.0.2.10/24 dev eth0; ls -l /dev/ipmi0'
@@ -51,7 +51,7 @@ inside) ;;
     ;;
 esac
 
-sim=(build/release/sim/tav_sim --root "$(mktemp -d /tmp/tav_demo.XXXXXX)")
+sim=(build/demo/sim/tav_sim --root "$(mktemp -d /tmp/tav_demo.XXXXXX)")
 trap 'rm -rf "${sim[2]}"' EXIT
 
 add_interface() { # NAME: of whatever kind this kernel offers

@@ -28,6 +28,7 @@ class MessageChannel {
     struct Command;
     static const Command* find(unsigned char cmd) noexcept;
 
+    Bytes serve(const Command& command, unsigned char lun, Data request);
     Reply setGlobalEnables(Data request);
     Reply getGlobalEnables(Data request);
     Reply clearFlags(Data request);

@@ -18,12 +18,12 @@
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr int usageStatus = 2;
 constexpr std::array endingSignals = {SIGTERM, SIGINT};
 constexpr int viewSignal = SIGUSR1;
 
@@ -83,7 +83,10 @@ class Listener {
             fail(path.c_str());
         }
         std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-        ::unlink(path.c_str()); // of an earlier server
+        struct stat existing {};
+        if (::lstat(path.c_str(), &existing) == 0 && S_ISSOCK(existing.st_mode)) {
+            ::unlink(path.c_str()); // of an earlier server
+        }
         // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): what bind(2) takes
         const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
         if (::bind(socket.number(), generic, sizeof address) == -1 ||
@@ -138,8 +141,10 @@ class Server {
             }
             if (watched[0].revents != 0) {
                 takeSignal();
+            } else if (machine) {
+                serve();
             } else {
-                machine ? serve() : accept();
+                accept();
             }
         }
     }
@@ -176,10 +181,11 @@ class Server {
         send(machine->connection.receive({bytes.data(), static_cast<std::size_t>(count)}));
     }
 
+    /// A machine that does not take what it asked for is given up.
     void send(sim::Data bytes) {
         while (machine && !bytes.empty()) {
-            const ssize_t count =
-                ::send(machine->socket.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            const ssize_t count = ::send(machine->socket.number(), bytes.data(), bytes.size(),
+                                         MSG_NOSIGNAL | MSG_DONTWAIT);
             if (count <= 0) {
                 machine.reset();
                 return;
@@ -207,6 +213,7 @@ int main(int argc, char** argv) {
             (void)std::printf("%s%s", usage, sim::bmcUsage());
             return EXIT_SUCCESS;
         }
+        (void)::signal(SIGPIPE, SIG_IGN); // whoever looked at the exchanges may have gone
         Server(options).run();
         return EXIT_SUCCESS;
     } catch (const sim::UsageError& error) {
@@ -214,5 +221,5 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         (void)std::fprintf(stderr, "tav_bmcd: %s\n", error.what());
     }
-    return usageStatus;
+    return EXIT_FAILURE;
 }

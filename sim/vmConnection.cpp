@@ -24,7 +24,7 @@ constexpr unsigned char version = 0xFF;
 constexpr unsigned char protocolVersion = 1;
 // Sequence number, network function and LUN, command; behind them data and the checksum.
 constexpr std::size_t headLength = 3;
-constexpr std::size_t longestFrame = 300;
+constexpr std::size_t longestFrame = headLength + 300 + 1; // more than any driver's buffer
 
 void append(Bytes& output, Data bytes, unsigned char end) {
     for (const unsigned char byte : bytes) {
@@ -51,6 +51,9 @@ unsigned sum(Data bytes) {
 Bytes VmConnection::greeting() {
     Bytes output;
     append(output, Bytes{control::version, protocolVersion}, controlEnd);
+    // The machine may remember an earlier BMC's.
+    appendControl(output, control::noAttention);
+    appendControl(output, control::disableInterrupts);
     return output;
 }
 
@@ -65,7 +68,7 @@ Bytes VmConnection::receive(Data bytes) {
 void VmConnection::take(unsigned char byte, Bytes& output) {
     if (byte == messageEnd || byte == controlEnd) {
         if (!spoilt && !escaped) {
-            byte == messageEnd ? serveMessage(output) : serveControl();
+            serveFrame(byte, output);
         }
         frame.clear();
         escaped = false;
@@ -81,6 +84,16 @@ void VmConnection::take(unsigned char byte, Bytes& output) {
     }
 }
 
+void VmConnection::serveFrame(unsigned char end, Bytes& output) {
+    if (end == messageEnd) {
+        serveMessage(output);
+    } else if (!frame.empty() && frame[0] == control::reset) {
+        channel.reset();
+        updateAttention(output);
+        updateInterrupts(output);
+    }
+}
+
 void VmConnection::serveMessage(Bytes& output) {
     if (frame.size() <= headLength || sum(frame) != 0) {
         return;
@@ -93,19 +106,11 @@ void VmConnection::serveMessage(Bytes& output) {
     response.push_back(static_cast<unsigned char>(0U - sum(response)));
     // The driver looks for attention when the response is there: no stale one must be seen then.
     if (!channel.attention()) {
-        updateAttention(false, output);
+        updateAttention(output);
     }
     append(output, response, messageEnd);
     updateInterrupts(output);
-    updateAttention(channel.attention(), output);
-}
-
-void VmConnection::serveControl() {
-    if (!frame.empty() && frame[0] == control::reset) {
-        channel.reset();
-        attention = false;
-        interrupts = false;
-    }
+    updateAttention(output);
 }
 
 void VmConnection::updateInterrupts(Bytes& output) {
@@ -115,10 +120,10 @@ void VmConnection::updateInterrupts(Bytes& output) {
     }
 }
 
-void VmConnection::updateAttention(bool wanted, Bytes& output) {
-    if (attention != wanted) {
-        attention = wanted;
-        appendControl(output, !wanted      ? control::noAttention
+void VmConnection::updateAttention(Bytes& output) {
+    if (attention != channel.attention()) {
+        attention = !attention;
+        appendControl(output, !attention   ? control::noAttention
                               : interrupts ? control::attentionWithInterrupt
                                            : control::attention);
     }

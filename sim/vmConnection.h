@@ -19,10 +19,10 @@ class VmConnection {
 
   private:
     void take(unsigned char byte, Bytes& output);
+    void serveFrame(unsigned char end, Bytes& output);
     void serveMessage(Bytes& output);
-    void serveControl();
     void updateInterrupts(Bytes& output);
-    void updateAttention(bool wanted, Bytes& output);
+    void updateAttention(Bytes& output);
 
     MessageChannel& channel;
     Bytes frame;

@@ -1,10 +1,15 @@
 # A virtual machine with an IPMI interface, behind which tav_bmcd is the BMC. Sourced, not run.
 # What it starts dies with this shell, even if that is killed.
 
+vm_patience=60 # seconds until the machine must have done what it was told
+
 # Debian's kernel, kept under build/vm, and a root file system around the named programs.
-vm_prepare() { # PROGRAM...
+vm_prepare() { # FOLDER-OF-TAV_BMCD PROGRAM...
     vm_folder=$(mktemp -d /tmp/tav_vm.XXXXXX)
     trap vm_clean_up EXIT
+    trap 'exit 1' TERM # so that the trap for the end runs
+    vm_bmcd=$1/tav_bmcd
+    shift
     vm_fetch_kernel
     vm_make_root "$@"
 }
@@ -12,21 +17,20 @@ vm_prepare() { # PROGRAM...
 # The package is unpacked, not installed.
 vm_fetch_kernel() {
     local cache=$PWD/build/vm package
+    package=$(vm_kernel_package) || package=
+    vm_kernel=$cache/${package:-none}
+    if [[ -d $vm_kernel ]]; then
+        return
+    fi
+    apt-get update -qq
     package=$(vm_kernel_package)
-    if [[ -z $package ]]; then
-        apt-get update -qq
-        package=$(vm_kernel_package)
-    fi
     vm_kernel=$cache/$package
-    if [[ ! -d $vm_kernel ]]; then
-        rm -rf "$cache"
-        mkdir -p "$cache"
-        # As root it warns that it cannot become the user _apt here.
-        (cd "$cache" && apt-get download -qq "$package" 2>&1 | { grep -v '^W: ' || true; })
-        dpkg-deb --extract "$cache/$package"_*.deb "$vm_kernel.part"
-        rm "$cache"/*.deb
-        mv "$vm_kernel.part" "$vm_kernel"
-    fi
+    # As root apt warns that it cannot become the user _apt here.
+    (cd "$vm_folder" && apt-get download -qq "$package" 2>&1 | { grep -v '^W: ' || true; })
+    dpkg-deb --extract "$vm_folder/$package"_*.deb "$vm_folder/kernel"
+    rm "$vm_folder/$package"_*.deb
+    mkdir -p "$cache"
+    mv "$vm_folder/kernel" "$vm_kernel"
 }
 
 vm_kernel_package() {
@@ -53,34 +57,51 @@ vm_make_root() { # PROGRAM...
     (cd "$root" && find . | cpio --quiet --create --format=newc) >"$vm_folder/initramfs"
 }
 
-# Simulated BMC: what it prints goes to $vm_folder/bmc.log.
+# A simulated BMC of its own; what it prints goes to $bmc_log.
 bmc_start() { # tav_bmcd's options
-    setpriv --pdeathsig KILL build/release/sim/tav_bmcd --socket "$vm_folder/bmc" "$@" \
-        >>"$vm_folder/bmc.log" 2>&1 &
+    bmc_log=$(mktemp "$vm_folder/bmc.XXXXXX.log")
+    setpriv --pdeathsig KILL "$vm_bmcd" --socket "$vm_folder/bmc" "$@" >"$bmc_log" 2>&1 &
     bmc=$!
     until [[ -S $vm_folder/bmc ]]; do
-        kill -0 "$bmc"
+        kill -0 "$bmc" 2>/dev/null || vm_fail "The BMC does not start."
         sleep 0.05
     done
 }
 
+# The BMC as it is now. Prints nothing and fails when it does not answer.
+bmc_view() {
+    local before deadline=$((SECONDS + 10))
+    before=$(bmc_view_count)
+    kill -USR1 "$bmc" || return
+    until (($(bmc_view_count) > before)); do
+        ((SECONDS < deadline)) || return
+        sleep 0.05
+    done
+    # The last one, without what was asked since.
+    sed -n '/^Configuration space/h; //!H; ${x; p}' "$bmc_log" | sed '/ s  #/d'
+}
+
+bmc_view_count() { grep -c '^Configuration space' "$bmc_log" || true; }
+
 bmc_stop() {
     kill "$bmc"
-    wait "$bmc"
+    vm_await_end "$bmc"
     bmc=
 }
 
-# Starts the machine and waits until it takes commands. $vm_speed times faster than real time, if
-# that is set, its clock goes: its kernel is told that the processor's time stamp counter is slower
-# than it is. The timers that its drivers wait with go at the real pace.
+# Boots and waits until the machine takes commands. With $vm_speed its clock goes that many times
+# faster: the kernel is told that the processor's time stamp counter, which has $vm_tsc_khz, is that
+# much slower. The timers that its drivers wait with keep the real pace.
 vm_boot() { # QEMU's options
-    local command_line="console=ttyS0 quiet panic=-1 ipmi_si.type=kcs"
+    local command_line="console=ttyS0 quiet panic=-1"
     if [[ -n ${vm_speed-} ]]; then
         command_line+=" tsc=reliable clocksource=tsc highres=off nohz=off"
         command_line+=" tsc_early_khz=$((vm_tsc_khz / vm_speed))"
     fi
     rm -f "$vm_folder"/control.*
     mkfifo "$vm_folder/control.in" "$vm_folder/control.out"
+    # Open at both ends, so that nothing here blocks or breaks when QEMU has ended.
+    exec {to_guest}<>"$vm_folder/control.in" {from_guest}<>"$vm_folder/control.out"
     setpriv --pdeathsig KILL qemu-system-x86_64 -accel tcg -cpu max -m 512 -display none -no-reboot \
         -nodefaults -serial "file:$vm_folder/console.log" \
         -chardev "pipe,id=control,path=$vm_folder/control" -serial chardev:control \
@@ -89,45 +110,65 @@ vm_boot() { # QEMU's options
         -kernel "$vm_kernel"/boot/vmlinuz-* -initrd "$vm_folder/initramfs" \
         -append "$command_line" "$@" >"$vm_folder/qemu.log" 2>&1 &
     vm=$!
-    exec {to_guest}>"$vm_folder/control.in" {from_guest}<"$vm_folder/control.out"
-    local line
-    until [[ ${line-} == *"#READY" ]]; do # behind what the firmware wrote there
-        IFS= read -r -t 60 line <&"$from_guest" || vm_fail "The machine does not start."
+    local line=
+    until [[ $line == *"#READY" ]]; do # behind what the firmware wrote there
+        vm_read_line "The machine does not start."
+    done
+}
+
+# Sets $line.
+vm_read_line() { # COMPLAINT
+    local deadline=$((SECONDS + vm_patience))
+    until IFS= read -r -t 1 line <&"$from_guest"; do
+        kill -0 "$vm" 2>/dev/null || vm_fail "$1 QEMU has ended."
+        ((SECONDS < deadline)) || vm_fail "$1"
     done
 }
 
 # Runs a command line in the machine: its output, its exit status.
 guest() {
-    local line
-    printf '%s\n' "$*" >&"$to_guest"
-    while IFS= read -r -t 60 line <&"$from_guest"; do
-        if [[ $line == *"#END "* ]]; then
+    local line number=$EPOCHREALTIME
+    printf '%s %s\n' "$number" "$*" >&"$to_guest"
+    while true; do
+        vm_read_line "The machine does not answer to: $*"
+        if [[ $line == *"#END $number "* ]]; then
             printf '%s' "${line%\#END *}" # output whose last line had no end
-            return "${line##*\#END }"
+            return "${line##* }"
         fi
         printf '%s\n' "$line"
     done
-    vm_fail "The machine does not answer to: $*"
 }
 
 vm_off() {
-    printf 'poweroff -f\n' >&"$to_guest"
-    wait "$vm"
+    printf '0 poweroff -f\n' >&"$to_guest"
+    vm_await_end "$vm"
     vm=
     exec {to_guest}>&- {from_guest}<&-
 }
 
+vm_await_end() { # PROCESS
+    local deadline=$((SECONDS + vm_patience))
+    while kill -0 "$1" 2>/dev/null; do
+        ((SECONDS < deadline)) || vm_fail "Process $1 does not end."
+        sleep 0.1
+    done
+    wait "$1" || vm_fail "Process $1 ends with status $?."
+}
+
+# Ends everything, from within subshells, too.
 vm_fail() {
     echo "$*"
-    tail -n 20 "$vm_folder"/{qemu,console,bmc}.log
+    tail -n 20 "$vm_folder"/*.log
+    kill -TERM $$
     exit 1
 } >&2
 
 vm_clean_up() {
-    local process
+    local status=$? process
     for process in ${vm-} ${bmc-}; do
         kill -KILL "$process" 2>/dev/null || true
         wait "$process" 2>/dev/null || true
     done
     rm -rf "$vm_folder"
+    exit "$status"
 }

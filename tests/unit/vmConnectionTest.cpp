@@ -34,7 +34,7 @@ class VmConnection : public Rig {
 
     /// An OS status event to the chassis: Send Message with a message to 0x24 in it.
     std::string sendEvent(unsigned char responder, const Bytes& data) {
-        Bytes body = {0x20, 0x14, 0x02};
+        Bytes body = {0x20, 0x16, 0x02};
         body.insert(body.end(), data.begin(), data.end());
         body.push_back(checksum(body));
         Bytes request = {9, 0x18, 0x34, 0x00, responder, 0x10, checksum({responder, 0x10})};
@@ -50,7 +50,7 @@ class VmConnection : public Rig {
 const Bytes osRunning = {0x04, 0xC0, 0x31, 0x6F, 0x42, 0xFF, 0xFF};
 
 TEST_F(VmConnection, dropsWhatIsNoSoundFrame) {
-    EXPECT_EQ(hex(sim::VmConnection::greeting()), "ff 01 a1");
+    EXPECT_EQ(hex(sim::VmConnection::greeting()), "ff 01 a1 00 a1 06 a1");
     const Bytes cases[] = {
         {0xA0},
         {0xA1},
@@ -73,13 +73,19 @@ TEST_F(VmConnection, dropsWhatIsNoSoundFrame) {
 }
 
 TEST_F(VmConnection, takesBytesAsTheyComeAndEscapesTheFramingOnes) {
-    Bytes request = {0xAA, 0xB0, 0x18, 0x77, 0xD1, 0xA0}; // sequence number 0xA0
-    Bytes answer;
-    for (const unsigned char byte : request) {
-        const Bytes output = connection.receive({&byte, 1});
-        answer.insert(answer.end(), output.begin(), output.end());
+    const std::pair<Bytes, const char*> cases[] = {
+        {{0xAA, 0xB0, 0x18, 0x77, 0xD1, 0xA0}, "aa b0 1c 77 c1 0c a0"}, // sequence number 0xA0
+        {{0xAA, 0xB1, 0x18, 0x77, 0xD0, 0xA0}, "aa b1 1c 77 c1 0b a0"},
+        {{0xAA, 0xBA, 0x18, 0x77, 0xC7, 0xA0}, "aa ba 1c 77 c1 02 a0"},
+    };
+    for (const auto& [request, expected] : cases) {
+        Bytes answer;
+        for (const unsigned char byte : request) {
+            const Bytes output = connection.receive({&byte, 1});
+            answer.insert(answer.end(), output.begin(), output.end());
+        }
+        EXPECT_EQ(hex(answer), expected);
     }
-    EXPECT_EQ(hex(answer), "aa b0 1c 77 c1 0c a0");
 }
 
 TEST_F(VmConnection, fetchesAnswersFromTheBus) {
@@ -94,7 +100,7 @@ TEST_F(VmConnection, fetchesAnswersFromTheBus) {
 
     EXPECT_EQ(ask({1, 0x18, 0x31}), "01 1c 31 00 01 b1 a0");
     EXPECT_EQ(ask({2, 0x18, 0x33}), "00 a1 " // the last one: attention goes first
-                                    "02 1c 33 00 00 14 cc 24 14 02 00 c6 cf a0");
+                                    "02 1c 33 00 00 16 ca 24 14 02 00 c6 cf a0");
     EXPECT_EQ(ask({3, 0x18, 0x33}), "03 1c 33 80 2e a0");
     EXPECT_EQ(ask({4, 0x18, 0x31}), "04 1c 31 00 00 af a0");
 
@@ -104,27 +110,37 @@ TEST_F(VmConnection, fetchesAnswersFromTheBus) {
     EXPECT_EQ(ask({7, 0x18, 0x31}), "07 1c 31 00 00 ac a0");
 
     sendEvent(sim::managementBladeAddress, osRunning);
-    EXPECT_EQ(hex(connection.receive(Bytes{0x04, 0xA1})), "") << "reset";
+    EXPECT_EQ(hex(connection.receive(Bytes{0x04, 0xA1})), "00 a1 06 a1") << "reset";
     EXPECT_EQ(ask({8, 0x18, 0x31}), "08 1c 31 00 00 ab a0");
     EXPECT_EQ(ask({9, 0x18, 0x2F}), "09 1c 2f 00 08 a4 a0");
 }
 
-TEST_F(VmConnection, refusesBadMessagesToTheBus) {
+TEST_F(VmConnection, refusesWhatIsMalformed) {
     bmc.blade.emplace();
     EXPECT_THAT(sendEvent(0x72, osRunning), testing::StartsWith("09 1c 34 83 ")) << "nobody";
-    EXPECT_THAT(ask({9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCC, 0x20, 0x14, 0x02}),
-                testing::StartsWith("09 1c 34 c7 "));
-    EXPECT_THAT(ask({9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCD, 0x20, 0x14, 0x02, 0xCA}),
-                testing::StartsWith("09 1c 34 cc "))
-        << "checksum of the head";
-    EXPECT_THAT(ask({9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCC, 0x20, 0x14, 0x02, 0xCB}),
-                testing::StartsWith("09 1c 34 cc "))
-        << "checksum of the rest";
-    EXPECT_THAT(ask({9, 0x18, 0x34, 0x07, 0x24, 0x10, 0xCC, 0x20, 0x14, 0x02, 0xCA}),
-                testing::StartsWith("09 1c 34 cc "))
-        << "channel";
-    EXPECT_THAT(ask({9, 0x18, 0x42, 0x05}), testing::StartsWith("09 1c 42 cc "));
-    EXPECT_THAT(ask({9, 0x18, 0x42}), testing::StartsWith("09 1c 42 c7 "));
+    struct {
+        Bytes request;
+        const char* answer;
+    } cases[] = {
+        {{9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCC, 0x20, 0x16, 0x02}, "09 1c 34 c7 "},
+        {{9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCD, 0x20, 0x16, 0x02, 0xC8}, "09 1c 34 cc "}, // head
+        {{9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCC, 0x20, 0x16, 0x02, 0xC9}, "09 1c 34 cc "}, // rest
+        {{9, 0x18, 0x34, 0x07, 0x24, 0x10, 0xCC, 0x20, 0x16, 0x02, 0xC8},
+         "09 1c 34 cc "}, // channel
+        {{9, 0x18, 0x34, 0x40, 0x24, 0x10, 0xCC, 0x20, 0x16, 0x02, 0xC8},
+         "09 1c 34 cc "}, // tracked
+        {{9, 0x18, 0x34, 0x00, 0x24, 0x14, 0xC8, 0x20, 0x16, 0x02, 0xC8},
+         "09 1c 34 cc "}, // response
+        {{9, 0x18, 0x34, 0x00, 0x24, 0x10, 0xCC, 0x20, 0x14, 0x02, 0xCA}, "09 1c 34 00 "}, // LUN 0
+        {{9, 0x18, 0x2E}, "09 1c 2e c7 "},
+        {{9, 0x18, 0x2E, 0x0D}, "09 1c 2e cc "}, // there is no event message buffer
+        {{9, 0x19, 0x2F}, "09 1d 2f c2 "},
+        {{9, 0x18, 0x42, 0x05}, "09 1c 42 cc "},
+        {{9, 0x18, 0x42}, "09 1c 42 c7 "},
+    };
+    for (const auto& one : cases) {
+        EXPECT_THAT(ask(one.request), testing::StartsWith(one.answer)) << hex(one.request);
+    }
     EXPECT_FALSE(channel.attention());
 }
 
