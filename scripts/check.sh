@@ -1,58 +1,87 @@
 #!/bin/bash
-# Installs what is missing, builds with both compilers, runs every test and every checker.
+# Installs what is missing, builds, runs every test and every checker. The tests run beside the next
+# builds, which give way to them; what they printed comes at the end.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
-step() { printf '\n== %s\n' "$*"; }
+work=$(mktemp -d /tmp/tav_check.XXXXXX)
+trap end_tests EXIT
+trap 'exit 1' TERM INT
+names=()
+processes=()
 
-# The thread sanitizer cannot live with as much address randomisation as newer kernels have.
-build_and_test() { # PRESET [ctest arguments]
+end_tests() {
+    local status=$?
+    kill "${processes[@]}" 2>/dev/null || true
+    wait
+    rm -rf "$work"
+    exit "$status"
+}
+
+step() { printf '\n== %s (%d s)\n' "$*" "$SECONDS"; }
+
+build() { # PRESET [arguments of cmake --build]
     local preset=$1
     shift
-    step "$preset: build and test"
+    step "$preset: build"
     cmake --preset "$preset" >/dev/null
-    cmake --build --preset "$preset" -- --quiet
-    setarch -R ctest --preset "$preset" "$@"
+    nice -n 19 cmake --build --preset "$preset" "$@" -- --quiet
+}
+
+# Starts a test that ends with this script, at the latest after ten minutes.
+start_test() { # NAME COMMAND...
+    local name=$1
+    shift
+    step "$name: started"
+    setpriv --pdeathsig TERM timeout --kill-after=10 600 "$@" >"$work/$name" 2>&1 &
+    names+=("$name")
+    processes+=($!)
+}
+
+await_tests() {
+    local i failed=()
+    for i in "${!names[@]}"; do
+        wait "${processes[i]}" || failed+=("${names[i]} (status $?)")
+        step "${names[i]}: outcome"
+        cat "$work/${names[i]}"
+    done
+    processes=()
+    if ((${#failed[@]})); then
+        step "failed: ${failed[*]}"
+        exit 1
+    fi
+}
+
+# The thread sanitizer cannot live with as much address randomisation as newer kernels have.
+start_suite() { # PRESET GTEST-FILTER
+    start_test "$1" env GTEST_FILTER="$2" setarch -R ctest --preset "$1"
 }
 
 install_packages "${build_packages[@]}" "${demo_packages[@]}" "${check_packages[@]}"
+without=
+if ! install_packages "${vm_packages[@]}"; then
+    without=", but the virtual machines"
+    echo "************ SKIPPED: QEMU cannot be installed, no virtual machine is run ************"
+fi
 
 step "format"
 git ls-files '*.h' '*.cpp' | xargs clang-format-14 --dry-run -Werror
 
-build_and_test release
+build release
+start_suite release '*'
+[[ $without ]] || start_test machines tests/vm/run.sh
 # The thousands of processes of the longest tests say nothing new under every sanitizer.
-GTEST_FILTER='-StartStop.*:FaultLoop.misbehave*:FaultLoop.signal*' build_and_test asan
-GTEST_FILTER='-StartStop.*:FaultLoop.*' build_and_test tsan
+build asan
+start_suite asan '-StartStop.*:FaultLoop.misbehave*:FaultLoop.signal*'
+build tsan
+start_suite tsan '-StartStop.*:FaultLoop.*'
+build clang --target fuzz_targets
+start_test fuzz ctest --preset clang --tests-regex fuzz
 
-step "virtual machines: started, to run beside the next steps"
-vm_log=$(mktemp /tmp/tav_vm_log.XXXXXX)
-vm_test=
-trap 'kill $vm_test 2>/dev/null || true; rm -f "$vm_log"' EXIT
-if install_packages "${vm_packages[@]}"; then
-    timeout --kill-after=10 600 tests/vm/run.sh >"$vm_log" 2>&1 &
-    vm_test=$!
-fi
-
-step "clang: build and fuzz"
-cmake --preset clang >/dev/null
-cmake --build --preset clang -- --quiet
-ctest --preset clang --tests-regex fuzz
-
-step "clang-tidy"
-git ls-files '*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/clang --quiet 2>&1 |
+step "clang: warnings and clang-tidy"
+git ls-files '*.cpp' | xargs -P "$(nproc)" -n 4 nice -n 19 clang-tidy-14 -p build/clang --quiet 2>&1 |
     { grep -v 'warnings generated' || true; }
 
-step "virtual machines: outcome"
-if [[ -n $vm_test ]]; then
-    vm_status=0
-    wait "$vm_test" || vm_status=$?
-    vm_test=
-    cat "$vm_log"
-    ((vm_status == 0))
-else
-    echo "************ SKIPPED: QEMU cannot be installed here ************"
-fi
-
-step "all checks passed"
+await_tests
+step "all checks passed$without"
