@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs what is missing, builds, and shows the agent at work against the simulated BMC, in a
 # network namespace of its own. With --vm: in a virtual machine, through Linux' own IPMI driver.
-set -euo pipefail
+set -Eeuo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
@@ -14,6 +14,7 @@ build() { # PROGRAM...
 }
 
 show_in_vm() {
+    trap 'echo "failed: ${BASH_SOURCE[0]}, line $LINENO" >&2' ERR
     source sim/vm/machine.sh
     say "A machine boots: its kernel's driver finds the BMC and asks what it can do"
     vm_prepare build/demo/sim build/demo/src/sbin/tav_init
@@ -52,7 +53,9 @@ inside) ;;
 esac
 
 sim=(build/demo/sim/tav_sim --root "$(mktemp -d /tmp/tav_demo.XXXXXX)")
-trap 'rm -rf "${sim[2]}"' EXIT
+agent=
+trap '[[ -z $agent ]] || kill "$agent" || true; rm -rf "${sim[2]}"' EXIT
+trap 'exit 1' TERM INT
 
 add_interface() { # NAME: of whatever kind this kernel offers
     ip link add "$1" type dummy 2>/dev/null || ip link add "$1" type veth 2>/dev/null ||
@@ -79,7 +82,7 @@ ip link set eth0 address 02:00:00:00:00:12
 "${sim[@]}" --machine nic -- -s | sed '/^Configuration space/,/^Port information/{/^Port information/!d}' | cut -c1-150
 
 say "In the foreground (-n), 20 times faster, with the soft watchdog of 300 s switched on"
-"${sim[@]}" --speed 20 --watchdog 300 -- -n &
+setpriv --pdeathsig TERM "${sim[@]}" --speed 20 --watchdog 300 -- -n &
 agent=$!
 sleep 3
 
@@ -91,4 +94,5 @@ say "SIGTERM: the watchdog is stopped, the BMC is told that the agent goes"
 kill -TERM "$agent"
 status=0
 wait "$agent" || status=$?
+agent=
 say "The agent ended with exit status $status, as it does when a signal ends it"

@@ -166,7 +166,11 @@ class Server {
     }
 
     void accept() {
-        machine.emplace(::accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC), channel);
+        const int fd = ::accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd == -1 && errno == ECONNABORTED) { // it has given up already
+            return;
+        }
+        machine.emplace(fd, channel);
         channel.reset();
         send(sim::VmConnection::greeting());
     }

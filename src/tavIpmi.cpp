@@ -30,7 +30,7 @@ enum RecordType {
 /// How long exchanges may wait for the BMC. Each has five seconds, until the agent is asked to end:
 /// from then on all that is still sent shares one short farewell, so that a dead BMC cannot hold up
 /// the shutdown of the host. An update of a record that was under way then has more time, as long
-/// as the BMC answers, and the farewell begins behind it.
+/// as each answer comes within the farewell's, which begins behind it.
 class Patience {
   public:
     timeval budget() noexcept {

@@ -16,7 +16,7 @@ vm_prepare() { # FOLDER-OF-TAV_BMCD PROGRAM...
 
 # The package is unpacked, not installed.
 vm_fetch_kernel() {
-    local cache=$PWD/build/vm package
+    local cache=$PWD/build/vm package unpacked
     package=$(vm_kernel_package) || package=
     vm_kernel=$cache/${package:-none}
     if [[ -d $vm_kernel ]]; then
@@ -27,10 +27,11 @@ vm_fetch_kernel() {
     vm_kernel=$cache/$package
     # As root apt warns that it cannot become the user _apt here.
     (cd "$vm_folder" && apt-get download -qq "$package" 2>&1 | { grep -v '^W: ' || true; })
-    dpkg-deb --extract "$vm_folder/$package"_*.deb "$vm_folder/kernel"
-    rm "$vm_folder/$package"_*.deb
     mkdir -p "$cache"
-    mv "$vm_folder/kernel" "$vm_kernel"
+    unpacked=$(mktemp -d "$cache/.new.XXXXXX")
+    dpkg-deb --extract "$vm_folder/$package"_*.deb "$unpacked"
+    rm "$vm_folder/$package"_*.deb
+    mv -T "$unpacked" "$vm_kernel" # whole or not at all
 }
 
 vm_kernel_package() {
@@ -118,11 +119,14 @@ vm_boot() { # QEMU's options
 
 # Sets $line.
 vm_read_line() { # COMPLAINT
-    local deadline=$((SECONDS + vm_patience))
-    until IFS= read -r -t 1 line <&"$from_guest"; do
+    local part deadline=$((SECONDS + vm_patience))
+    line=
+    until IFS= read -r -t 1 part <&"$from_guest"; do
+        line+=$part
         kill -0 "$vm" 2>/dev/null || vm_fail "$1 QEMU has ended."
         ((SECONDS < deadline)) || vm_fail "$1"
     done
+    line+=$part
 }
 
 # Runs a command line in the machine: its output, its exit status.

@@ -164,6 +164,9 @@ await "foreground: ends with 1" '^1$' guest 'cat /tmp/status'
 expect "foreground: watchdog stopped" 'running +no' bmc_view
 expect "foreground: the BMC knows that it ended" 'agent +not connected' bmc_view
 
+bmc_stop
+bmc_start --machine plain "${bmc_options[@]}" # which takes the agent for connected again
+guest 'until tav_init -s; do sleep 1; done'
 start_daemon "end of the daemon: start"
 await "end of the daemon: watchdog armed before" 'running +yes' bmc_view
 daemon_end=$(bmc_log_length)
@@ -172,6 +175,6 @@ await "end of the daemon: pid file gone" '' guest '! test -e /var/run/tavd.pid'
 await "end of the daemon: process gone" '' guest '! pidof tav_init'
 expect "end of the daemon: system log" 'local5.info tav_daemon.*Termination signal received' system_log
 expect "end of the daemon: watchdog stopped" 'running +no' bmc_view
-expect "end of the daemon: the BMC is told" 'Agent' bmc_log_behind "$daemon_end"
+expect "end of the daemon: the BMC is told" 'Agent communication: disconnect' bmc_log_behind "$daemon_end"
 vm_off
 echo "# All as it should be, after $SECONDS s"
