@@ -25,7 +25,7 @@ void smbiosTable(benchmark::State& state) {
     while (table.size() < 65000) {
         table += memoryDevice;
     }
-    std::string entryPoint = "_SM3_";
+    std::string entryPoint = "_SM3_\x57\x18";
     entryPoint.resize(24);
     benchPaths().physicalMemory = "/nonexistent";
     benchPaths().smbiosEntryPoint = memoryFile(entryPoint);

@@ -35,6 +35,7 @@ inline constexpr std::size_t totalLength = 1; // units of 4 bytes
 inline constexpr std::size_t commonPartLength = 2;
 inline constexpr std::size_t bootOption = 4;
 inline constexpr std::size_t technology = 14;
+inline constexpr std::size_t technologyLength = 25; // of a name
 inline constexpr std::size_t commonLength = 39;
 
 // NIC functions, behind the common part.

@@ -94,7 +94,9 @@ class TreeWriter {
         }
         const Data field = common.subspan(portRecord::technology);
         if (format == portRecord::formatWithNames) {
-            return {field.begin(), std::ranges::find(field, 0)};
+            const Data name = field.first(std::min(field.size(), portRecord::technologyLength));
+            return {name.begin(), std::ranges::find_if_not(
+                                      name, [](unsigned char c) { return ' ' <= c && c <= '~'; })};
         }
         return field[0] < technologyNames.size() ? std::string(technologyNames[field[0]])
                                                  : "number " + std::to_string(field[0]);

@@ -101,17 +101,24 @@ void SmbiosTable::addEnd() {
 }
 
 Bytes smbiosEntryPoint2(const SmbiosTable& table, std::uint32_t address) {
+    return smbiosEntryPoint2({.address = address,
+                              .length = table.bytes().size(),
+                              .structures = table.structureCount(),
+                              .longestStructure = table.longestStructure()});
+}
+
+Bytes smbiosEntryPoint2(const SmbiosTablePlace& place) {
     constexpr std::size_t intermediate = 16;
     Bytes entry;
     append(entry, "_SM_");
     entry.insert(entry.end(), {0, 31, 2, 8}); // checksum, length, version
-    append(entry, table.longestStructure(), 2);
+    append(entry, place.longestStructure, 2);
     append(entry, 0, 6); // revision and its area
     append(entry, "_DMI_");
     entry.push_back(0); // checksum from here on
-    append(entry, table.bytes().size(), 2);
-    append(entry, address, 4);
-    append(entry, table.structureCount(), 2);
+    append(entry, place.length, 2);
+    append(entry, place.address, 4);
+    append(entry, place.structures, 2);
     entry.push_back(0x28);
     entry[intermediate + 5] = checksumFor(Data(entry).subspan(intermediate));
     entry[4] = checksumFor(entry);

@@ -36,8 +36,17 @@ class SmbiosTable {
     std::uint16_t longest = 0;
 };
 
+/// What an entry point says of its table, true or not.
+struct SmbiosTablePlace {
+    std::uint32_t address = 0;
+    std::size_t length = 0;
+    std::size_t structures = 0;
+    std::size_t longestStructure = 0;
+};
+
 /// The "_SM_" entry point of SMBIOS 2.x, for a table at this physical address.
 Bytes smbiosEntryPoint2(const SmbiosTable& table, std::uint32_t address);
+Bytes smbiosEntryPoint2(const SmbiosTablePlace& place);
 /// The "_SM3_" entry point of SMBIOS 3.x.
 Bytes smbiosEntryPoint3(const SmbiosTable& table, std::uint64_t address);
 /// The first MiB of physical memory, as a legacy firmware leaves it: entry point at 0xF0000 and

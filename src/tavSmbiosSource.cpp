@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
@@ -43,7 +44,7 @@ struct SmbiosTableEntryPoint3 {
 };
 static_assert(sizeof(SmbiosTableEntryPoint3) == 24);
 
-/// Reads as much of `length` bytes as there is; -1 if nothing can be read.
+/// Reads as much of `length` bytes as there is; -1 on an error.
 ssize_t readAt(int device, unsigned char* to, std::size_t length, std::size_t position) noexcept {
     std::size_t done = 0;
     while (done < length) {
@@ -52,10 +53,10 @@ ssize_t readAt(int device, unsigned char* to, std::size_t length, std::size_t po
         if (count < 0 && errno == EINTR) {
             continue;
         }
-        if (count < 0 && done == 0) {
+        if (count < 0) {
             return -1;
         }
-        if (count <= 0) {
+        if (count == 0) {
             break;
         }
         done += static_cast<std::size_t>(count);
@@ -239,18 +240,21 @@ bool TavSmbios::loadPublishedTables() {
 /// Fills the entry point record from either form; one of 3.x does not count the structures. False,
 /// and nothing changed, when the bytes are neither.
 bool TavSmbios::takePublishedEntryPoint(ByteView bytes) {
-    const auto valid = [bytes](const char* text, unsigned char length) {
+    const auto valid = [bytes](const char* text, unsigned char length, std::size_t least) {
         const std::string_view anchor(text);
-        return bytes.size() >= length && std::memcmp(bytes.data(), text, anchor.size()) == 0 &&
+        return length >= least && bytes.size() >= length &&
+               std::memcmp(bytes.data(), text, anchor.size()) == 0 &&
                checksum(bytes.data(), length);
     };
+    // Firmware of SMBIOS 2.1 may leave the last byte out.
+    constexpr std::size_t shortest = offsetof(SmbiosTableEntryPoint, bcdRevision);
     SmbiosTableEntryPoint older;
-    if (readRecord(bytes, older) && valid("_SM_", older.entryPointLength)) {
+    if (readRecord(bytes, older, shortest) && valid("_SM_", older.entryPointLength, shortest)) {
         entryPoint = older;
         return true;
     }
     SmbiosTableEntryPoint3 newer;
-    if (!readRecord(bytes, newer) || !valid("_SM3_", newer.entryPointLength)) {
+    if (!readRecord(bytes, newer) || !valid("_SM3_", newer.entryPointLength, sizeof newer)) {
         return false;
     }
     entryPoint = {};

@@ -17,8 +17,8 @@ class Image {
   public:
     Image() : fd(::memfd_create("image", 0)) {}
     std::string path() const { return "/proc/self/fd/" + std::to_string(fd); }
-    void fill(const unsigned char* bytes, std::size_t size) const {
-        if (::ftruncate(fd, 0) != 0 || ::pwrite(fd, bytes, size, 0) < 0) {
+    void fill(const std::string& bytes) const {
+        if (::ftruncate(fd, 0) != 0 || ::pwrite(fd, bytes.data(), bytes.size(), 0) < 0) {
             throw std::runtime_error("no memory file");
         }
     }
@@ -30,6 +30,27 @@ class Image {
 HostPaths& paths() {
     static HostPaths all;
     return all;
+}
+
+/// Makes entry points of both forms credible, so that what they say is tried.
+void mendEntryPoints(std::string& image) {
+    const auto sumUp = [&image](std::size_t at, std::size_t from, std::size_t length) {
+        unsigned sum = 0;
+        image[at] = 0;
+        for (const char byte : image.substr(from, length)) {
+            sum += static_cast<unsigned char>(byte);
+        }
+        image[at] = static_cast<char>(0U - sum);
+    };
+    for (std::size_t at = 0; at + 31 <= image.size(); at += 16) {
+        if (image.compare(at, 4, "_SM_") == 0) {
+            image.replace(at + 16, 5, "_DMI_");
+            sumUp(at + 21, at + 16, 15);
+            sumUp(at + 4, at, static_cast<unsigned char>(image[at + 5]));
+        } else if (image.compare(at, 5, "_SM3_") == 0) {
+            sumUp(at + 5, at, static_cast<unsigned char>(image[at + 6]));
+        }
+    }
 }
 
 void lookUpEverything() {
@@ -59,19 +80,22 @@ const HostPaths& hostPaths() noexcept {
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t size) {
     static const Image input;
     static const Image other;
-    static const unsigned char entryPoint3[24] = {'_', 'S', 'M', '3', '_'};
+    static const std::string entryPoint3 = "_SM3_\x57\x18" + std::string(17, '\0');
     if (size == 0) {
         return 0;
     }
-    input.fill(bytes + 1, size - 1);
+    const std::string table(reinterpret_cast<const char*>(bytes + 1), size - 1);
+    std::string image = table;
+    mendEntryPoints(image);
+    input.fill(bytes[0] % 3 == 0 ? table : image);
     const std::string nowhere = "/nonexistent";
     paths().physicalMemory = nowhere;
     if (bytes[0] % 3 == 0) {
-        other.fill(entryPoint3, sizeof entryPoint3);
+        other.fill(entryPoint3);
         paths().smbiosEntryPoint = other.path();
         paths().smbiosTable = input.path();
     } else if (bytes[0] % 3 == 1) {
-        other.fill(bytes, size);
+        other.fill(table);
         paths().smbiosEntryPoint = input.path();
         paths().smbiosTable = other.path();
     } else {

@@ -21,6 +21,17 @@ class Blade : public Rig {
         const unsigned char bytes[] = {2, 0, 0, 0, 0, port};
         return MacAddress(bytes);
     }
+    static void reportEverything(const TavBladeInfo& info) {
+        info.setOSStatus(kb_system_status_os_running);
+        info.setOSPlatformInfo(std::string(128, 't'), "r");
+        info.sendIpAddressInfo(IPv4Address(), portMac(1));
+        info.sendIpAddressInfo(IPv6Address(), portMac(1));
+    }
+    /// The exchange after that many more, and with "+" all behind it.
+    void goWrong(unsigned further, const std::string& what) {
+        device.behave();
+        device.misbehave(std::to_string(device.exchangeCount() + further) + what);
+    }
 };
 
 TEST_F(Blade, identityTextsComeFromTheBmc) {
@@ -39,12 +50,8 @@ TEST_F(Blade, guidTextKeepsTheOrderOfTheBytes) {
     std::iota(std::begin(bytes), std::end(bytes), 0xF8);
     const Guid guid(bytes);
     EXPECT_EQ(std::string(guid), "F8F9FAFB-FCFD-FEFF-0001-020304050607");
-    Guid other;
-    EXPECT_NE(other, guid);
-    other = guid;
-    EXPECT_EQ(other, guid);
-    other = static_cast<unsigned char>(0);
-    EXPECT_FALSE(other);
+    EXPECT_NE(Guid(), guid);
+    EXPECT_FALSE(Guid());
 }
 
 TEST_F(Blade, aFailedExchangeIsNotRepeatedForFiveMinutes) {
@@ -74,6 +81,9 @@ TEST_F(Blade, identityIsFetchedOnceInFiveMinutes) {
         EXPECT_TRUE(first.update());
         EXPECT_TRUE(first.isBlade());
         EXPECT_FALSE(copy.isBlade());
+        TavIpmiDeviceIdData assigned;
+        assigned = first;
+        EXPECT_TRUE(assigned.isBlade());
     }
     const TavIpmiDeviceIdData afterAll;
     EXPECT_EQ(exchanges.size(), 4U) << "the last one took the shared response with it";
@@ -284,19 +294,47 @@ TEST_F(Blade, onlyABladeReports) {
     EXPECT_THAT(exchanges, IsEmpty());
 }
 
-/// Answers of every length to every command from the first to the last.
+/// Answers of every length: to every command from the start on, and to the reports alone.
 TEST_F(Blade, survivesAnswersOfEveryLength) {
-    become("kestrelbox"); // no identity is asked for, which would end it all
-    for (unsigned length = 0; length <= 272; ++length) {
-        device.behave();
-        device.misbehave("1+:length=" + std::to_string(length));
-        const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
-        info.setOSStatus(kb_system_status_os_running);
-        info.setOSPlatformInfo(std::string(128, 't'), "r");
-        info.sendIpAddressInfo(IPv4Address(), portMac(1));
-        info.sendIpAddressInfo(IPv6Address(), portMac(1));
-        EXPECT_TRUE(info.isblade());
+    for (const char* machine : {"kestrelbox", "old-blade"}) {
+        become(machine);
+        for (unsigned length = 0; length <= 272; ++length) {
+            const std::string fault = "+:length=" + std::to_string(length);
+            goWrong(1, fault);
+            const TavBladeInfo shaken(TavBladeInfo::unknownSlotNumber, true);
+            EXPECT_TRUE(shaken.isblade());
+            reportEverything(shaken);
+            device.behave();
+            const TavBladeInfo sound(TavBladeInfo::unknownSlotNumber, true);
+            goWrong(1, fault);
+            reportEverything(sound);
+        }
     }
+}
+
+TEST_F(Blade, letsNoFaultOut) {
+    for (const char* machine : {"kestrelbox", "old-blade"}) {
+        become(machine);
+        for (const char* fault : {":cc=0xC1", ":silent", ":foreign-id", ":errno=EIO@open",
+                                  ":errno=ENODEV@send", ":errno=EIO@receive"}) {
+            for (const char* lasting : {"", "+"}) {
+                unsigned begin = 0;
+                for (unsigned at = 1; device.exchangeCount() + 1 >= begin + at; ++at) {
+                    begin = device.exchangeCount();
+                    goWrong(at, std::string(lasting) + fault);
+                    EXPECT_NO_THROW(reportEverything({TavBladeInfo::unknownSlotNumber, true}))
+                        << machine << at << lasting << fault;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(Blade, aBladeHasThirtyOnePortsAtTheMost) {
+    become("kestrelbox");
+    bmc.blade->ports.resize(40);
+    const TavBladeInfo info(TavBladeInfo::unknownSlotNumber, true);
+    EXPECT_EQ(exchanges.size(), 11U + 1U + 31U);
 }
 
 } // namespace

@@ -202,25 +202,28 @@ TEST_F(Pni, aRecordThatIsWrongIsRefused) {
         unsigned char value;
         const char* refusal; // with right checksums
     } cases[] = {
-        {1, 2, "unsupported"},              // the maker's area is elsewhere
-        {area, 2, "unsupported"},           // its format
-        {area + 1, 0, "unsupported"},       // its kind
-        {area + 2, 200, "unsupported"},     // record in the empty part of the FRU
-        {area + 3, 2, "Format"},            // more modules than there are
-        {header, 0xC0, "unsupported"},      // record type
-        {header + 1, 0x89, "unsupported"},  // format version 9
-        {header + 1, 0x8D, "unsupported"},  // and 13
-        {header + 2, 0, "unsupported"},     // no body
-        {header + 3, 0xFF, "Read"},         // beyond the FRU
-        {body + 3, 2, "unsupported"},       // not port information
-        {firstModule, 0, "Format"},         // last module without mark
-        {firstModule + 1, 0, "Format"},     // ports inside their module's own fields
-        {firstModule + 1, 255, "Format"},   // ports somewhere else
-        {firstModule + 2, 3, "Format"},     // more ports than there are
-        {firstModule + 2, 1, "Format"},     // fewer
-        {firstPort, 0x80, "Format"},        // first port marked as last
-        {firstPort, 1, "Format"},           // wrong index
-        {firstPort + 1, 2, "Format"},       // too short
+        {1, 2, "unsupported"},          // the maker's area is elsewhere
+        {area, 2, "unsupported"},       // its format
+        {area + 1, 0, "unsupported"},   // its kind
+        {area + 2, 200, "unsupported"}, // record in the empty part of the FRU
+        {area + 3, 2, "Format"},        // more modules than there are
+        {area + 3, 255, "Format"},
+        {header, 0xC0, "unsupported"},     // record type
+        {header + 1, 0x89, "unsupported"}, // format version 9
+        {header + 1, 0x8D, "unsupported"}, // and 13
+        {header + 2, 0, "unsupported"},    // no body
+        {header + 3, 0x20, "Read"},        // beyond the FRU
+        {header + 3, 0xFF, "Read"},        // and beyond what an offset reaches
+        {body + 3, 2, "unsupported"},      // not port information
+        {firstModule, 0, "Format"},        // last module without mark
+        {firstModule + 1, 0, "Format"},    // ports inside their module's own fields
+        {firstModule + 1, 255, "Format"},  // ports somewhere else
+        {firstModule + 2, 3, "Format"},    // more ports than there are
+        {firstModule + 2, 1, "Format"},    // fewer
+        {firstPort, 0x80, "Format"},       // first port marked as last
+        {firstPort, 1, "Format"},          // wrong index
+        {firstPort + 1, 0, "Format"},      // too short
+        {firstPort + 1, 2, "Format"},
         {firstPort + 2, 2, "Format"},       // more functions
         {firstFunction, 0, "Format"},       // last function without mark
         {firstFunction, 0x81, "Format"},    // wrong index
@@ -245,8 +248,10 @@ TEST_F(Pni, countsAtTheirLimits) {
     struct {
         std::size_t modules, ports, functions;
         const char* refusal;
-    } cases[] = {{8, 1, 1, ""},  {9, 1, 1, ""},  {1, 16, 1, ""},       {1, 17, 1, ""},
-                 {1, 1, 16, ""}, {1, 1, 17, ""}, {1, 33, 1, "Format"}, {1, 1, 33, "Format"}};
+    } cases[] = {{8, 1, 1, ""},        {9, 1, 1, ""},        {1, 16, 1, ""},
+                 {1, 17, 1, ""},       {1, 1, 16, ""},       {1, 1, 17, ""},
+                 {1, 33, 1, "Format"}, {1, 1, 33, "Format"}, {1, 255, 1, "Format"},
+                 {1, 1, 255, "Format"}};
     for (const auto& one : cases) {
         sim::PortInformation record;
         record.modules.resize(one.modules);
@@ -254,7 +259,7 @@ TEST_F(Pni, countsAtTheirLimits) {
             module.ports.resize(one.ports, {std::vector(one.functions, other("FC"))});
         }
         record.modules.back().ports.back().functions.back() = nic(1);
-        put(record, 8192);
+        put(record, 32768);
         ASSERT_THAT(refusal(), HasSubstr(one.refusal));
         if (*one.refusal == '\0') {
             const bool kept = one.modules <= 8 && one.ports <= 16 && one.functions <= 16;
@@ -368,17 +373,21 @@ TEST_F(Pni, paddingEndsTheFunctionOnABoundary) {
         EXPECT_TRUE(access.setIpv4Address(mac(1), address4(1)));
         const auto write = std::ranges::find(exchanges, 0x12, &sim::Exchange::cmd);
         ASSERT_NE(write, exchanges.end());
-        EXPECT_GE(write->request.size(), 3 + written);
+        EXPECT_EQ(write->request.size(), 3 + written);
         expectInStep(access);
     }
 }
 
 TEST_F(Pni, ipv6AddressesMoveWhatFollows) {
-    for (const unsigned count : {1U, 2U, 14U, 15U, 16U}) {
+    // At last as much as the address field holds.
+    const std::pair<unsigned, unsigned> cases[] = {{2, 1},  {2, 2},  {2, 14},
+                                                   {2, 15}, {2, 16}, {15, 15}};
+    for (const auto& [present, count] : cases) {
         log.clear();
         sim::PortFunction function = nic(1);
-        function.ipv4 = {ip4(1), ip4(2)};
-        put(mixedRecord(12));
+        for (unsigned n = 1; n <= present; ++n) {
+            function.ipv4.push_back(ip4(n));
+        }
         sim::PortInformation record = mixedRecord(12);
         record.modules[0].ports[0].functions[0] = function;
         put(record);
@@ -387,9 +396,9 @@ TEST_F(Pni, ipv6AddressesMoveWhatFollows) {
         EXPECT_TRUE(access.setIpv6Address(mac(1), addresses6(count)));
         const unsigned written = std::min<unsigned>(count, 15);
         EXPECT_EQ(specific(1, 44, 1),
-                  hex(std::array{static_cast<unsigned char>((written << 4U) | 2U)}));
+                  hex(std::array{static_cast<unsigned char>((written << 4U) | present)}));
         EXPECT_EQ(specific(1, 45, 8), "0a 00 00 01 0a 00 00 02");
-        EXPECT_EQ(specific(1, 53 + 16 * (written - 1), 16), hex(ip6(written)));
+        EXPECT_EQ(specific(1, 45 + 4 * present + 16 * (written - 1), 16), hex(ip6(written)));
         EXPECT_EQ(specific(3, 0, 45), behind);
         EXPECT_EQ(log.size(), count > 15 ? 1U : 0U);
         EXPECT_EQ(access.getMacAddress(2), mac(3));
@@ -408,11 +417,19 @@ TEST_F(Pni, growsOnlyWhereThereIsRoom) {
         EXPECT_EQ(access.setIpv6Address(mac(1), addresses6(1)), room >= 12U) << room;
         EXPECT_EQ(image() == before, room < 12U) << room;
         expectInStep(access);
-        const sim::Bytes bytes(400);
+        const sim::Bytes bytes(1024);
         const int present = access.layout().module[0].port[0].portFn[0].totalSize - 39;
         EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, present + 6, bytes.data()),
                   pni_parameter_err);
     }
+    put(portsOf({nic(1)}), 4096); // but a function's length goes up to 1020
+    PniAccess access;
+    const sim::Bytes bytes(1024 - 39);
+    EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1024 - 39, bytes.data()),
+              pni_parameter_err);
+    EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1020 - 39, bytes.data()),
+              pni_success);
+    expectInStep(access);
 }
 
 /// Behind the modules that are kept there may be more of the record: it moves along.

@@ -107,14 +107,22 @@ TEST_F(Smbios, onEsxiTheDeviceIsReadInOnePiece) {
 }
 
 TEST_F(Smbios, aWrongPublishedEntryPointIsNone) {
+    sim::Bytes shortened = sim::smbiosEntryPoint2(table(), 0);
+    shortened[4] = static_cast<unsigned char>(shortened[4] + shortened[30] + shortened[5] - 30);
+    shortened[5] = 30;
+    shortened.resize(30);
     for (const auto& form :
-         {sim::smbiosEntryPoint2(table(), 0), sim::smbiosEntryPoint3(table(), 0)}) {
+         {sim::smbiosEntryPoint2(table(), 0), shortened, sim::smbiosEntryPoint3(table(), 0)}) {
         paths.smbiosTable = sim::memoryFile(table().bytes());
         paths.smbiosEntryPoint = sim::memoryFile(form);
         EXPECT_NE(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
         for (const std::size_t place : {0U, 5U, 6U, 7U}) {
             sim::Bytes wrong = form;
             wrong[place] ^= 0x21U;
+            paths.smbiosEntryPoint = sim::memoryFile(wrong);
+            EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
+            wrong = form;
+            wrong.resize(form.size() - 1);
             paths.smbiosEntryPoint = sim::memoryFile(wrong);
             EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
         }
@@ -154,23 +162,9 @@ TEST_F(Smbios, entryPointsMayLie) {
                  {0xFFFFFFF0, 100, 5, false}};
     for (const auto& one : cases) {
         sim::Bytes image = sim::smbiosPhysicalMemory(table());
-        unsigned char* const entry = &image[0xF0000];
-        const auto put = [entry](std::size_t at, std::size_t bytes, std::uint32_t value) {
-            for (; bytes != 0; --bytes, ++at, value >>= 8U) {
-                entry[at] = static_cast<unsigned char>(value & 0xFFU);
-            }
-        };
-        const auto mend = [entry](std::size_t at, std::size_t from) {
-            entry[at] = 0;
-            for (std::size_t i = from; i < 31; ++i) {
-                entry[at] = static_cast<unsigned char>(entry[at] - (i == at ? 0 : entry[i]));
-            }
-        };
-        put(22, 2, one.length);
-        put(24, 4, one.address);
-        put(28, 2, one.count);
-        mend(21, 16);
-        mend(4, 0);
+        const sim::Bytes entry = sim::smbiosEntryPoint2(
+            {.address = one.address, .length = one.length, .structures = one.count});
+        std::copy(entry.begin(), entry.end(), image.begin() + 0xF0000);
         showMemory(image);
         if (one.read) {
             const TavSmbios tables;
@@ -199,12 +193,17 @@ TEST_F(Smbios, survivesEveryCutAndEveryFlip) {
     }
 }
 
-/// The same for the entry point: a wrong one is none.
+/// The same for the entry point: a wrong one is none, by either checksum.
 TEST_F(Smbios, survivesEveryEntryPoint) {
     const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0xF0040);
-    for (std::size_t place = 0; place < entry.size(); ++place) {
+    for (std::size_t place = 0; place < 2 * entry.size(); ++place) {
         sim::Bytes image = sim::smbiosPhysicalMemory(table());
-        image[0xF0000 + place] ^= 0x5AU;
+        const std::size_t wrong = place % entry.size();
+        image[0xF0000 + wrong] ^= 0x5AU;
+        if (place != wrong && wrong >= 16) { // the outer one is right again
+            image[0xF0004] =
+                static_cast<unsigned char>(image[0xF0004] + entry[wrong] - image[0xF0000 + wrong]);
+        }
         writeFile(scratch(), std::string(image.begin(), image.end()));
         paths.physicalMemory = scratch();
         EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemInformation), nullptr)
