@@ -384,12 +384,10 @@ TEST_F(Pni, ipv6AddressesMoveWhatFollows) {
                                                    {2, 15}, {2, 16}, {15, 15}};
     for (const auto& [present, count] : cases) {
         log.clear();
-        sim::PortFunction function = nic(1);
-        for (unsigned n = 1; n <= present; ++n) {
-            function.ipv4.push_back(ip4(n));
-        }
         sim::PortInformation record = mixedRecord(12);
-        record.modules[0].ports[0].functions[0] = function;
+        for (unsigned n = 1; n <= present; ++n) {
+            record.modules[0].ports[0].functions[0].ipv4.push_back(ip4(n));
+        }
         put(record);
         PniAccess access;
         const std::string behind = specific(3, 0, 45);
@@ -410,6 +408,7 @@ TEST_F(Pni, ipv6AddressesMoveWhatFollows) {
 TEST_F(Pni, growsOnlyWhereThereIsRoom) {
     put(portsOf({nic(1), nic(2)}));
     const std::size_t end = PniAccess().layout().fruDataSize;
+    const sim::Bytes bytes(1024);
     for (const std::size_t room : {0U, 11U, 12U, 20U}) {
         put(portsOf({nic(1), nic(2)}), end + room);
         const sim::Bytes before = image();
@@ -417,14 +416,12 @@ TEST_F(Pni, growsOnlyWhereThereIsRoom) {
         EXPECT_EQ(access.setIpv6Address(mac(1), addresses6(1)), room >= 12U) << room;
         EXPECT_EQ(image() == before, room < 12U) << room;
         expectInStep(access);
-        const sim::Bytes bytes(1024);
         const int present = access.layout().module[0].port[0].portFn[0].totalSize - 39;
         EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, present + 6, bytes.data()),
                   pni_parameter_err);
     }
     put(portsOf({nic(1)}), 4096); // but a function's length goes up to 1020
     PniAccess access;
-    const sim::Bytes bytes(1024 - 39);
     EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1024 - 39, bytes.data()),
               pni_parameter_err);
     EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1020 - 39, bytes.data()),

@@ -116,14 +116,15 @@ TEST_F(Smbios, aWrongPublishedEntryPointIsNone) {
         paths.smbiosTable = sim::memoryFile(table().bytes());
         paths.smbiosEntryPoint = sim::memoryFile(form);
         EXPECT_NE(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
+        std::vector<sim::Bytes> wrong{{form.begin(), form.end() - 1}};
         for (const std::size_t place : {0U, 5U, 6U, 7U}) {
-            sim::Bytes wrong = form;
-            wrong[place] ^= 0x21U;
-            paths.smbiosEntryPoint = sim::memoryFile(wrong);
-            EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
-            wrong = form;
-            wrong.resize(form.size() - 1);
-            paths.smbiosEntryPoint = sim::memoryFile(wrong);
+            for (const int value : {form[place] ^ 0x21, 0}) { // a length of 0, too
+                wrong.push_back(form);
+                wrong.back()[place] = static_cast<unsigned char>(value);
+            }
+        }
+        for (const sim::Bytes& bytes : wrong) {
+            paths.smbiosEntryPoint = sim::memoryFile(bytes);
             EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
         }
     }
