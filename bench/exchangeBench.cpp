@@ -90,7 +90,7 @@ HostPaths& benchPaths() noexcept {
     static HostPaths paths;
     return paths;
 }
-const HostPaths& hostPaths() noexcept {
+HostPaths hostPaths() noexcept {
     return benchPaths();
 }
 

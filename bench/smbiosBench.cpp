@@ -28,8 +28,10 @@ void smbiosTable(benchmark::State& state) {
     std::string entryPoint = "_SM3_\x57\x18";
     entryPoint.resize(24);
     benchPaths().physicalMemory = "/nonexistent";
-    benchPaths().smbiosEntryPoint = memoryFile(entryPoint);
-    benchPaths().smbiosTable = memoryFile(table);
+    const std::string entryPointFile = memoryFile(entryPoint);
+    const std::string tableFile = memoryFile(table);
+    benchPaths().smbiosEntryPoint = entryPointFile.c_str();
+    benchPaths().smbiosTable = tableFile.c_str();
     while (state.KeepRunning()) {
         const tavSmbios::TavSmbios tables;
         benchmark::DoNotOptimize(tavSmbios::isKestrelbox(tables));

@@ -120,20 +120,20 @@ SmbiosForm namedSmbiosForm(std::string_view name) {
     throw std::invalid_argument("'" + std::string(name) + "' is not a form of SMBIOS tables");
 }
 
-void showSmbios(const SmbiosTable& table, SmbiosForm form, HostPaths& paths) {
+void showSmbios(const SmbiosTable& table, SmbiosForm form, HostFiles& files) {
     constexpr std::uint32_t highAddress = 0x7A000000; // where firmware keeps tables nowadays
     for (std::string* const path :
-         {&paths.physicalMemory, &paths.esxiSmbios, &paths.smbiosEntryPoint, &paths.smbiosTable}) {
+         {&files.physicalMemory, &files.esxiSmbios, &files.smbiosEntryPoint, &files.smbiosTable}) {
         *path = absent;
     }
     if (form == SmbiosForm::legacy) {
-        paths.physicalMemory = memoryFile(smbiosPhysicalMemory(table));
+        files.physicalMemory = memoryFile(smbiosPhysicalMemory(table));
     }
     if (form == SmbiosForm::sysfs2 || form == SmbiosForm::sysfs3) {
-        paths.smbiosEntryPoint =
+        files.smbiosEntryPoint =
             memoryFile(form == SmbiosForm::sysfs2 ? smbiosEntryPoint2(table, highAddress)
                                                   : smbiosEntryPoint3(table, highAddress));
-        paths.smbiosTable = memoryFile(table.bytes());
+        files.smbiosTable = memoryFile(table.bytes());
     }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bmc.h"
-#include "hostPaths.h"
+#include "hostFiles.h"
 #include "smbiosImage.h"
 
 #include <string_view>
@@ -27,8 +27,8 @@ enum class SmbiosForm {
 const Machine& namedMachine(std::string_view name);
 SmbiosForm namedSmbiosForm(std::string_view name);
 
-/// Points `paths` to the tables in this form, and nowhere where there are none: never to those of
+/// Points `files` to the tables in this form, and nowhere where there are none: never to those of
 /// the real machine.
-void showSmbios(const SmbiosTable& table, SmbiosForm form, HostPaths& paths);
+void showSmbios(const SmbiosTable& table, SmbiosForm form, HostFiles& files);
 
 } // namespace sim

@@ -1,7 +1,7 @@
 // The agent on simulated seams: the entry point of tav_sim, and the seams' definitions.
 
 #include "bmcView.h"
-#include "hostPaths.h"
+#include "hostFiles.h"
 #include "simClock.h"
 #include "simDevice.h"
 #include "simOptions.h"
@@ -29,22 +29,22 @@ namespace {
 
 constexpr int usageStatus = 2;
 
-void moveUnder(const std::string& root, HostPaths& paths) {
+void moveUnder(const std::string& root, sim::HostFiles& files) {
     // Absolute, since a daemon changes its working directory.
     const std::string base = std::filesystem::absolute(root).string();
-    for (std::string* const path : {&paths.pidFile, &paths.productString, &paths.vibVersions}) {
+    for (std::string* const path : {&files.pidFile, &files.productString, &files.vibVersions}) {
         *path = base + *path;
         std::filesystem::create_directories(std::filesystem::path(*path).parent_path());
     }
 }
 
-HostPaths pathsFor(const sim::SimOptions& options) {
-    HostPaths paths;
+sim::HostFiles filesFor(const sim::SimOptions& options) {
+    sim::HostFiles files;
     if (!options.root.empty()) {
-        moveUnder(options.root, paths);
+        moveUnder(options.root, files);
     }
-    sim::showSmbios(options.machine->smbios(), options.smbiosForm, paths);
-    return paths;
+    sim::showSmbios(options.machine->smbios(), options.smbiosForm, files);
+    return files;
 }
 
 /// Everything around the agent. Never destroyed: the agent may end anywhere by exit(3).
@@ -52,7 +52,7 @@ struct World {
     explicit World(sim::SimOptions options_);
 
     sim::SimOptions options;
-    HostPaths paths;
+    sim::HostFiles files;
     sim::SimClock clock;
     sim::Trace trace;
     sim::Bmc bmc;
@@ -60,7 +60,7 @@ struct World {
 };
 
 World::World(sim::SimOptions options_) :
-    options(std::move(options_)), paths(pathsFor(options)), clock(options.speed),
+    options(std::move(options_)), files(filesFor(options)), clock(options.speed),
     trace(options.trace, clock.monotonic()), bmc([this] { return clock.monotonic(); }),
     device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }) {
     sim::setUp(bmc, options);
@@ -128,8 +128,8 @@ IpmiDevice& ipmiDevice() noexcept {
 AgentClock& agentClock() noexcept {
     return world->clock;
 }
-const HostPaths& hostPaths() noexcept {
-    return world->paths;
+HostPaths hostPaths() noexcept {
+    return world->files.paths();
 }
 
 int __wrap_main(int argc, char** argv) {

@@ -1,23 +1,22 @@
 #pragma once
 
-#include <string>
-
-/// The few files of the host that the agent reads or writes; the third seam to the outside.
+/// The few files of the host that the agent reads or writes; the third seam to the outside. The
+/// texts outlive the agent.
 struct HostPaths {
-    std::string pidFile = "/var/run/tavd.pid";
+    const char* pidFile = "/var/run/tavd.pid";
     /// First line: name of the OS product (VMware ESXi only).
-    std::string productString = "/opt/qmx/vmware-product-string";
+    const char* productString = "/opt/qmx/vmware-product-string";
     /// Version lines of the maker's installation bundles.
-    std::string vibVersions = "/opt/qmx/cimprovider-versionstring";
+    const char* vibVersions = "/opt/qmx/cimprovider-versionstring";
     /// Physical memory, where legacy firmware leaves its SMBIOS tables.
-    std::string physicalMemory = "/dev/mem";
+    const char* physicalMemory = "/dev/mem";
     /// SMBIOS entry point with the tables behind it (VMware ESXi only).
-    std::string esxiSmbios = "/vmfs/devices/char/mem/smbios";
+    const char* esxiSmbios = "/vmfs/devices/char/mem/smbios";
     /// SMBIOS entry point as the Linux kernel publishes it.
-    std::string smbiosEntryPoint = "/sys/firmware/dmi/tables/smbios_entry_point";
+    const char* smbiosEntryPoint = "/sys/firmware/dmi/tables/smbios_entry_point";
     /// SMBIOS tables as the Linux kernel publishes them.
-    std::string smbiosTable = "/sys/firmware/dmi/tables/DMI";
+    const char* smbiosTable = "/sys/firmware/dmi/tables/DMI";
 };
 
 /// The paths of this program. Exactly one definition is linked in.
-const HostPaths& hostPaths() noexcept;
+HostPaths hostPaths() noexcept;

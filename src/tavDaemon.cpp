@@ -135,7 +135,7 @@ void TavServerInfo::runDaemon(pid_t parent) {
     installOrFail(signal_handler, {SIGALRM, SIGTERM, SIGHUP, SIGINT});
     enterNewSession();
     detachStandardStreams();
-    const char* const pidFile = hostPaths().pidFile.c_str();
+    const char* const pidFile = hostPaths().pidFile;
     if (!writePidFile(pidFile)) {
         fail();
     }
@@ -176,7 +176,7 @@ void TavServerInfo::signal_handler(int signum) {
     }
     this_TavServerInfo->setShutdownInfo();
     this_TavServerInfo->run = false;
-    const char* const pidFile = hostPaths().pidFile.c_str();
+    const char* const pidFile = hostPaths().pidFile;
     if (this_TavServerInfo->run_mode == run_mode_daemon && ::unlink(pidFile) == -1) {
         sysLogFailure((std::string("unable to remove file ") + pidFile).c_str());
     }

@@ -134,12 +134,12 @@ void TavServerInfo::dispatch() {
 }
 
 void TavServerInfo::startDaemonUnlessRunning() {
-    const std::string& path = hostPaths().pidFile;
-    if (FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC))) {
+    const char* const path = hostPaths().pidFile;
+    if (FileDescriptor(::open(path, O_RDONLY | O_CLOEXEC))) {
         static_cast<void>(std::fprintf(stderr,
                                        "It seems as if TAVD daemon is already running.\n"
                                        "Delete file: '%s' if it does not\n",
-                                       path.c_str()));
+                                       path));
         return;
     }
     openSysLog(daemonIdent, LOG_PID, LOG_LOCAL5);

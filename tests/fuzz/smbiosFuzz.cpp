@@ -1,6 +1,6 @@
 // The SMBIOS reader on arbitrary images: every look-up comes back and stays inside.
 
-#include "hostPaths.h"
+#include "hostFiles.h"
 #include "tavSmbios.h"
 
 #include <stdexcept>
@@ -27,8 +27,8 @@ class Image {
     int fd;
 };
 
-HostPaths& paths() {
-    static HostPaths all;
+sim::HostFiles& paths() {
+    static sim::HostFiles all;
     return all;
 }
 
@@ -71,8 +71,8 @@ void lookUpEverything() {
 
 } // namespace
 
-const HostPaths& hostPaths() noexcept {
-    return paths();
+HostPaths hostPaths() noexcept {
+    return paths().paths();
 }
 
 /// The first byte says where the rest is found: as the kernel's table with a good entry point, as

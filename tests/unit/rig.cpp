@@ -42,8 +42,8 @@ IpmiDevice& ipmiDevice() noexcept {
 AgentClock& agentClock() noexcept {
     return rig->clock;
 }
-const HostPaths& hostPaths() noexcept {
-    return rig->paths;
+HostPaths hostPaths() noexcept {
+    return rig->paths.paths();
 }
 
 void openSysLog(const char* /*ident*/, int /*options*/, int /*facility*/) noexcept {}

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "agentClock.h"
-#include "hostPaths.h"
+#include "hostFiles.h"
 #include "machine.h"
 #include "simDevice.h"
 
@@ -56,7 +56,7 @@ class Rig : public ::testing::Test {
     FakeClock clock;
     sim::Bmc bmc;
     sim::SimDevice device;
-    HostPaths paths;
+    sim::HostFiles paths;
     /// Released when another thread logged something, and by tests that wait for another thread.
     std::counting_semaphore<> news{0};
     std::vector<sim::Exchange> exchanges;
