@@ -62,7 +62,7 @@ bool parseOptions(int argc, char* argv[], TavServerInfo::RunMode& mode) {
 }
 
 void runAgent(TavServerInfo::RunMode mode) {
-    const TavServerInfo server(mode);
+    TavServerInfo server(mode);
     while (wait) {
         agentClock().waitForSignal(waitStep,
                                    agentSignals::maskLettingIn({SIGTERM, SIGHUP, SIGINT}));

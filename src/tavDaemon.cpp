@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using tavIpmi::TavIpmiWatchdog;
@@ -26,8 +27,19 @@ constexpr const char* coreIdent = "TAVD";
 constexpr const char* workingDirectory = "/";
 constexpr const char* nullDevice = "/dev/null";
 
+/// For the starting process' handler: the daemon that it waits for.
+pid_t startedDaemon = -1;
+
 [[noreturn]] void fail() {
     std::exit(TavServerInfo::exit_failure);
+}
+
+/// The caller may have left children behind, whose ends are none of our business.
+bool daemonHasEnded() noexcept {
+    siginfo_t ended{};
+    return ::waitid(P_PID, static_cast<id_t>(startedDaemon), &ended, WEXITED | WNOHANG | WNOWAIT) ==
+               -1 ||
+           ended.si_pid == startedDaemon;
 }
 
 void installOrFail(void (*handler)(int), std::initializer_list<int> signals) {
@@ -60,10 +72,11 @@ void detachStandardStreams() {
     }
 }
 
-/// Writes the own process id. A file that could not be written whole is taken away again: it would
-/// keep the next daemon from starting.
+/// Writes the own process id. A file that is there already is another daemon's: of two that start
+/// at the same time one makes it. A file that could not be written whole is taken away again: it
+/// would keep the next daemon from starting.
 bool writePidFile(const char* path) {
-    FileDescriptor file(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, pidFileMode));
+    FileDescriptor file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, pidFileMode));
     if (!file) {
         return false;
     }
@@ -73,7 +86,9 @@ bool writePidFile(const char* path) {
     if (file.close() && written) {
         return true;
     }
+    const int code = errno;
     ::unlink(path);
+    errno = code;
     return false;
 }
 
@@ -95,7 +110,9 @@ void TavServerInfo::open_syslog() {
 void TavServerInfo::start_main_action_daemon() {
     const pid_t parent = ::getpid();
     if (::getppid() == 1) {
-        fail(); // nobody is there to take part in the handshake
+        sysLog(LOG_ERR, "process 1 does not wait for the daemon's answer: nothing was started; "
+                        "run tav_init -n there");
+        fail();
     }
     // Ignoring drops strays that are pending: only the child's answer and the time-out count.
     installOrFail(SIG_IGN, {SIGCHLD, SIGUSR1, SIGALRM});
@@ -121,10 +138,17 @@ void TavServerInfo::start_main_action_daemon() {
 /// along, for its invoker is told that nothing was started.
 void TavServerInfo::awaitDaemon(pid_t child) noexcept {
     free_data();
+    startedDaemon = child;
     ::alarm(handshakeSeconds);
     const sigset_t mask =
         agentSignals::maskLettingIn({SIGUSR1, SIGCHLD, SIGALRM, SIGTERM, SIGHUP, SIGINT});
-    ::sigsuspend(&mask);
+    while (!agentSignals::endRequested()) {
+        ::sigsuspend(&mask);
+        if (errno != EINTR) {
+            sysLogFailure("unable to wait for the daemon");
+            break;
+        }
+    }
     ::kill(child, SIGTERM);
     fail();
 }
@@ -137,6 +161,7 @@ void TavServerInfo::runDaemon(pid_t parent) {
     detachStandardStreams();
     const char* const pidFile = hostPaths().pidFile;
     if (!writePidFile(pidFile)) {
+        sysLogFailure("unable to write the pid file");
         fail();
     }
     if (::getppid() == parent) { // a parent that is gone has left its number to another
@@ -154,10 +179,11 @@ void TavServerInfo::runDaemon(pid_t parent) {
 }
 
 void TavServerInfo::child_handler(int signum) {
+    const agentSignals::Hold hold; // exit(3) waits for itself when it is entered a second time
     if (signum == SIGUSR1) {
         std::exit(exit_success);
     }
-    if (signum == SIGALRM || signum == SIGCHLD) {
+    if (signum == SIGALRM || (signum == SIGCHLD && daemonHasEnded())) {
         fail();
     }
 }

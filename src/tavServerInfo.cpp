@@ -10,6 +10,7 @@
 #include "tavSystemInfo.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -135,12 +136,16 @@ void TavServerInfo::dispatch() {
 
 void TavServerInfo::startDaemonUnlessRunning() {
     const char* const path = hostPaths().pidFile;
-    if (FileDescriptor(::open(path, O_RDONLY | O_CLOEXEC))) {
+    if (FileDescriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK))) {
         static_cast<void>(std::fprintf(stderr,
                                        "It seems as if TAVD daemon is already running.\n"
                                        "Delete file: '%s' if it does not\n",
                                        path));
         return;
+    }
+    if (errno != ENOENT) {
+        throw std::runtime_error(errnoText("unable to tell whether a daemon is running: ") + " (" +
+                                 path + ")");
     }
     openSysLog(daemonIdent, LOG_PID, LOG_LOCAL5);
     sysLog(LOG_INFO, "starting");
