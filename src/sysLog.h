@@ -2,7 +2,9 @@
 
 #include <syslog.h>
 
-// The system log, the agent's only voice. `syslog(3)` levels and facilities.
+// The system log, the agent's only voice. `syslog(3)` levels and facilities. Logging never waits: a
+// line that finds the log's queue full is dropped, and the next one that gets through is preceded
+// by one that says how many were.
 
 /// Opens the log under `ident`, which must outlive its use.
 void openSysLog(const char* ident, int options, int facility) noexcept;

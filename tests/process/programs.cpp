@@ -47,6 +47,18 @@ class LogCollector {
         drain();
         return received;
     }
+    /// Until this one cannot be put behind the others any more.
+    std::unique_lock<std::mutex> stall() {
+        std::unique_lock<std::mutex> held(mutex);
+        const sockaddr_un address{AF_UNIX, "/dev/log"};
+        const int writer = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const std::string line = "<14>Nov 22 10:00:00 test: filler";
+        while (::sendto(writer, line.data(), line.size(), MSG_DONTWAIT,
+                        reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0) {
+        }
+        ::close(writer);
+        return held;
+    }
     void clear() {
         lines();
         const std::scoped_lock hold(mutex);
@@ -204,6 +216,10 @@ void Programs::clearTrace() const {
 
 std::vector<LogLine> Programs::log() {
     return collector().lines();
+}
+
+std::unique_lock<std::mutex> Programs::stuckLog() {
+    return collector().stall();
 }
 
 std::vector<std::string> Programs::logTexts() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,6 +61,8 @@ class Programs : public ::testing::Test {
     /// Lines of the system log since the test began.
     static std::vector<LogLine> log();
     static std::vector<std::string> logTexts();
+    /// While the result lives the log is not read, and its queue is full.
+    static std::unique_lock<std::mutex> stuckLog();
 
   private:
     std::string folder;
