@@ -49,7 +49,9 @@ class InstantDevice final : public IpmiDevice {
 class StillClock final : public AgentClock {
   public:
     std::chrono::milliseconds monotonic() noexcept override { return {}; }
-    void waitForSignal(unsigned /*seconds*/, const sigset_t& /*mask*/) noexcept override {}
+    int waitForSignal(unsigned /*seconds*/, const sigset_t& /*mask*/) noexcept override {
+        return 0;
+    }
     int waitForCondition(pthread_cond_t& /*condition*/, pthread_mutex_t& /*mutex*/,
                          unsigned /*seconds*/) noexcept override {
         return 0;

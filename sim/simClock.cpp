@@ -1,6 +1,7 @@
 #include "simClock.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include <poll.h>
 #include <sys/time.h>
@@ -17,12 +18,6 @@ timespec toTimespec(nanoseconds time) {
     return {whole.count(), (time - whole).count()};
 }
 
-nanoseconds wallClock() {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    return std::chrono::seconds(now.tv_sec) + nanoseconds(now.tv_nsec);
-}
-
 } // namespace
 
 SimClock::SimClock(double speed_) noexcept :
@@ -34,18 +29,16 @@ std::chrono::milliseconds SimClock::monotonic() noexcept {
                                                                  passed * speed);
 }
 
-void SimClock::waitForSignal(unsigned seconds, const sigset_t& mask) noexcept {
+int SimClock::waitForSignal(unsigned seconds, const sigset_t& mask) noexcept {
     const timespec timeout = toTimespec(real(std::chrono::seconds(seconds)));
-    ::ppoll(nullptr, 0, &timeout, &mask);
+    return ::ppoll(nullptr, 0, &timeout, &mask) == -1 && errno != EINTR ? errno : 0;
 }
 
 int SimClock::waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                                unsigned seconds) noexcept {
-    const nanoseconds now = wallClock();
-    const nanoseconds sinceWholeSecond = now - std::chrono::floor<std::chrono::seconds>(now);
-    const timespec deadline =
-        toTimespec(now + real(std::chrono::seconds(seconds) - sinceWholeSecond));
-    return ::pthread_cond_timedwait(&condition, &mutex, &deadline);
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const timespec deadline = toTimespec(now + real(std::chrono::seconds(seconds)));
+    return ::pthread_cond_clockwait(&condition, &mutex, CLOCK_MONOTONIC, &deadline);
 }
 
 void SimClock::alarm(unsigned seconds) noexcept {

@@ -10,7 +10,7 @@ class SimClock final : public AgentClock {
     explicit SimClock(double speed_) noexcept;
 
     std::chrono::milliseconds monotonic() noexcept override;
-    void waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override;
+    int waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override;
     int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                          unsigned seconds) noexcept override;
     void alarm(unsigned seconds) noexcept override;

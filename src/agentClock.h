@@ -18,10 +18,11 @@ class AgentClock {
     /// Time since some fixed moment; never set back. For measuring spans.
     virtual std::chrono::milliseconds monotonic() noexcept = 0;
     /// Waits at most `seconds` with `mask` as the thread's signal mask, atomically as ppoll(2)
-    /// does: a signal already pending ends the wait at once, and none is lost in between.
-    virtual void waitForSignal(unsigned seconds, const sigset_t& mask) noexcept = 0;
-    /// pthread_cond_timedwait(3) until the wall clock's present whole second plus `seconds`.
-    /// Returns its result (ETIMEDOUT when nobody signalled).
+    /// does: a signal already pending ends the wait at once, and none is lost in between. Returns
+    /// 0, or the errno value of a wait that is not possible.
+    virtual int waitForSignal(unsigned seconds, const sigset_t& mask) noexcept = 0;
+    /// pthread_cond_clockwait(3) for at most `seconds` of the monotonic clock: whoever sets the
+    /// wall clock does not change the wait. Returns its result (ETIMEDOUT when nobody signalled).
     virtual int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                                  unsigned seconds) noexcept = 0;
     /// alarm(2): SIGALRM after `seconds`; 0 cancels a pending one.

@@ -61,6 +61,14 @@ void letIn(std::initializer_list<int> signals) noexcept {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
+void drop(int signal) noexcept {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    constexpr timespec noWait{};
+    sigtimedwait(&set, nullptr, &noWait);
+}
+
 bool install(void (*handler)(int), std::initializer_list<int> signals) noexcept {
     struct sigaction action {};
     action.sa_handler = handler;

@@ -29,6 +29,9 @@ sigset_t maskLettingIn(std::initializer_list<int> signals) noexcept;
 /// Lets `signals` in for an instant: the handlers of pending ones have run on return.
 void letIn(std::initializer_list<int> signals) noexcept;
 
+/// Forgets `signal`, if it is pending.
+void drop(int signal) noexcept;
+
 /// Installs `handler` with an empty mask and no flags (or SIG_IGN, SIG_DFL) for each signal in
 /// turn, up to the first failure; a failure is logged and gives false.
 bool install(void (*handler)(int), std::initializer_list<int> signals) noexcept;

@@ -34,14 +34,16 @@ class SystemClock final : public AgentClock {
         return std::chrono::duration_cast<std::chrono::milliseconds>(
             std::chrono::steady_clock::now().time_since_epoch());
     }
-    void waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override {
+    int waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override {
         const timespec timeout{static_cast<time_t>(seconds), 0};
-        ::ppoll(nullptr, 0, &timeout, &mask);
+        return ::ppoll(nullptr, 0, &timeout, &mask) == -1 && errno != EINTR ? errno : 0;
     }
     int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                          unsigned seconds) noexcept override {
-        const timespec deadline{::time(nullptr) + static_cast<time_t>(seconds), 0};
-        return ::pthread_cond_timedwait(&condition, &mutex, &deadline);
+        timespec deadline{};
+        ::clock_gettime(CLOCK_MONOTONIC, &deadline);
+        deadline.tv_sec += static_cast<time_t>(seconds);
+        return ::pthread_cond_clockwait(&condition, &mutex, CLOCK_MONOTONIC, &deadline);
     }
     void alarm(unsigned seconds) noexcept override { ::alarm(seconds); }
 };

@@ -6,6 +6,7 @@
 #include "tavServerInfo.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 
@@ -64,14 +65,18 @@ bool parseOptions(int argc, char* argv[], TavServerInfo::RunMode& mode) {
 void runAgent(TavServerInfo::RunMode mode) {
     TavServerInfo server(mode);
     while (wait) {
-        agentClock().waitForSignal(waitStep,
-                                   agentSignals::maskLettingIn({SIGTERM, SIGHUP, SIGINT}));
+        const sigset_t mask = agentSignals::maskLettingIn({SIGTERM, SIGHUP, SIGINT});
+        if (const int error = agentClock().waitForSignal(waitStep, mask); error != 0) {
+            errno = error;
+            throw std::runtime_error(errnoText("unable to wait for a signal: "));
+        }
     }
 }
 
 } // namespace
 
 int main(int argc, char* argv[]) {
+    std::set_terminate(TavServerInfo::giveUp);
     agentSignals::hold();
     reserveStandardStreams();
     TavServerInfo::stop_watchdog(tavIpmi::TavIpmiWatchdog::timer_use_os_load);

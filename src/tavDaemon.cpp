@@ -24,7 +24,6 @@ namespace {
 constexpr unsigned handshakeSeconds = 3;
 constexpr mode_t pidFileMode = 0644;
 constexpr const char* coreIdent = "TAVD";
-constexpr const char* workingDirectory = "/";
 constexpr const char* nullDevice = "/dev/null";
 
 /// For the starting process' handler: the daemon that it waits for.
@@ -54,8 +53,8 @@ void enterNewSession() {
         sysLogFailure("unable to create a new session");
         fail();
     }
-    if (::chdir(workingDirectory) == -1) {
-        sysLogFailure((std::string("unable to change directory to ") + workingDirectory).c_str());
+    if (::chdir("/") == -1) {
+        sysLogFailure("unable to change directory to /");
         fail();
     }
 }
@@ -70,6 +69,11 @@ void detachStandardStreams() {
     if (std::freopen(nullDevice, "w", stderr) == nullptr) {
         sysLog(LOG_ERR, "Cannot perform freopen on stderr.");
     }
+}
+
+void logEndOfWork(const char* why) noexcept {
+    sysLog(LOG_ERR,
+           "the work has ended, and the BMC learns nothing until tav_init is restarted: %s", why);
 }
 
 /// Writes the own process id. A file that is there already is another daemon's: of two that start
@@ -200,21 +204,35 @@ void TavServerInfo::signal_handler(int signum) {
     if (this_TavServerInfo == nullptr) {
         return;
     }
-    this_TavServerInfo->setShutdownInfo();
+    this_TavServerInfo->reportTermination();
     this_TavServerInfo->run = false;
     const char* const pidFile = hostPaths().pidFile;
     if (this_TavServerInfo->run_mode == run_mode_daemon && ::unlink(pidFile) == -1) {
-        sysLogFailure((std::string("unable to remove file ") + pidFile).c_str());
+        const int code = errno;
+        sysLog(LOG_ERR, "unable to remove file %s, code %d (%s)", pidFile, code,
+               std::strerror(code));
     }
 }
 
+void TavServerInfo::giveUp() noexcept {
+    sysLog(LOG_ERR, "out of memory, or an error that nobody expected: the agent ends");
+    const char* const pidFile = hostPaths().pidFile;
+    if (isOwnPidFile(pidFile)) {
+        ::unlink(pidFile);
+    }
+    ::_exit(exit_failure);
+}
+
+/// The process stays when its thread cannot be created, or has ended: whoever runs it is told.
 void TavServerInfo::start_main_action_thread() {
     if (::pthread_equal(thread_id, ::pthread_self()) == 0) {
         return;
     }
     pthread_t created{};
-    if (::pthread_create(&created, nullptr, thread_function, this) == 0) {
+    if (const int code = ::pthread_create(&created, nullptr, thread_function, this); code == 0) {
         thread_id = created;
+    } else {
+        logEndOfWork(std::strerror(code));
     }
 }
 
@@ -223,6 +241,9 @@ void* TavServerInfo::thread_function(void* server) {
     int result = 0;
     self.run = true;
     self.main_action(result);
+    if (result != 0) {
+        logEndOfWork(self.failure.data());
+    }
     return nullptr;
 }
 

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <new>
 
 using tavIpmi::TavIpmiWatchdog;
@@ -18,6 +20,14 @@ using SlotSetter = bool (TavConfSpaceData::*)(const IPv4Address&);
 constexpr std::array<SlotSetter, 4> slotSetters{
     &TavConfSpaceData::setIpAddr_1, &TavConfSpaceData::setIpAddr_2, &TavConfSpaceData::setIpAddr_3,
     &TavConfSpaceData::setIpAddr_4};
+
+using std::chrono::milliseconds;
+
+// What an ending agent still says shares five seconds, in this order; nothing may keep the BMC from
+// learning at last that the agent goes. The chassis hears of it twice, if there is time.
+constexpr milliseconds farewellTime{5000};
+constexpr milliseconds behindFirstReport{4500};
+constexpr milliseconds forDisconnect{3000}; // two answers
 
 /// Holds the cycle's lock in thread mode; the other modes have none.
 class CycleLock {
@@ -56,32 +66,59 @@ void TavServerInfo::main_action(int& result) {
         result = 0;
     } catch (const std::logic_error& error) {
         sysLog(LOG_ERR, "%s", error.what());
+        noteFailure(error.what());
+        result = -1;
+    } catch (const std::exception& error) {
+        noteFailure(error.what());
         result = -1;
     } catch (...) {
+        noteFailure("unknown error");
         result = -1;
     }
     shutdownSteps();
 }
 
+/// The texts of errors end in a newline.
+void TavServerInfo::noteFailure(const char* why) noexcept {
+    static_cast<void>(std::snprintf(failure.data(), failure.size(), "%.*s",
+                                    static_cast<int>(std::strcspn(why, "\n")), why));
+}
+
 void TavServerInfo::iterate() {
-    if (pTavBladeInfo) {
+    if (pTavBladeInfo && !ending()) {
         pTavBladeInfo->setOSStatus(kb_system_status_os_running);
     }
-    if (run_mode == run_mode_daemon || run_mode == run_mode_thread) {
+    if (isLasting() && !ending()) {
         serveWatchdog();
     }
     if (--informationCountdown == 0) {
         if (!ending()) {
+            giveHeartbeatItsTurn();
             setInfo();
         }
         informationCountdown = max_set_info_wait_time / waitTime;
     }
+    giveHeartbeatItsTurn();
     waitForNextIteration();
 }
 
 /// With a slow BMC the work of one iteration takes long; one that was told to end skips the rest.
 bool TavServerInfo::ending() const noexcept {
-    return run_mode != run_mode_once && agentSignals::endRequested();
+    return isLasting() && agentSignals::endRequested();
+}
+
+bool TavServerInfo::isLasting() const noexcept {
+    return run_mode == run_mode_daemon || run_mode == run_mode_thread;
+}
+
+/// For the moments of a long pass at which nothing is under way. The daemon's heartbeat is a
+/// signal; the foreground's thread, which takes none, looks at the clock.
+void TavServerInfo::giveHeartbeatItsTurn() const {
+    if (run_mode == run_mode_daemon) {
+        agentSignals::letIn({SIGALRM});
+    } else if (run_mode == run_mode_thread && heartbeatIsDue()) {
+        reset_watchdog(TavIpmiWatchdog::timer_use_sms_os, true);
+    }
 }
 
 void TavServerInfo::serveWatchdog() {
@@ -102,21 +139,30 @@ void TavServerInfo::serveWatchdog() {
 }
 
 void TavServerInfo::waitForNextIteration() {
+    int error = 0;
     if (run_mode == run_mode_daemon) {
-        agentClock().waitForSignal(waitTime,
-                                   agentSignals::maskLettingIn({SIGALRM, SIGTERM, SIGHUP, SIGINT}));
-    } else if (run_mode == run_mode_thread) {
-        if (stop_requested || agentClock().waitForCondition(cond, lock, waitTime) != ETIMEDOUT) {
-            run = false;
-        }
+        error = agentClock().waitForSignal(
+            waitTime, agentSignals::maskLettingIn({SIGALRM, SIGTERM, SIGHUP, SIGINT}));
+    } else if (run_mode == run_mode_thread && !stop_requested) {
+        error = agentClock().waitForCondition(cond, lock, waitTime);
+    }
+    if (error != 0 && error != ETIMEDOUT) {
+        errno = error;
+        throw std::logic_error(errnoText("unable to wait for the next pass: "));
+    }
+    if (stop_requested) {
+        run = false;
     }
 }
 
 void TavServerInfo::shutdownSteps() {
-    if (run_mode != run_mode_daemon && run_mode != run_mode_thread) {
+    if (!isLasting()) {
         return;
     }
+    tavIpmi::Farewell farewell(behindFirstReport);
+    farewell.keep(forDisconnect);
     stop_watchdog(TavIpmiWatchdog::timer_use_sms_os);
+    farewell.keep(milliseconds{0});
     if (pTavConfSpaceData) {
         pTavConfSpaceData->sendAgentDisconnect();
     }
@@ -125,9 +171,19 @@ void TavServerInfo::shutdownSteps() {
     }
 }
 
+/// As soon as the daemon is told to end.
+void TavServerInfo::reportTermination() const {
+    tavIpmi::Farewell farewell(farewellTime);
+    farewell.keep(behindFirstReport);
+    setShutdownInfo();
+}
+
+/// Not at the cost of anything that is more important.
 void TavServerInfo::setShutdownInfo() const {
-    if (pTavBladeInfo) {
+    if (pTavBladeInfo && !tavIpmi::Farewell::over()) {
         pTavBladeInfo->setOSStatus(kb_system_status_os_shutdown);
+    }
+    if (pTavBladeInfo && !tavIpmi::Farewell::over()) {
         pTavBladeInfo->setOSPlatformInfo({}, {});
     }
 }
@@ -159,6 +215,10 @@ bool TavServerInfo::pushAddresses() {
     std::size_t slot = 0;
     bool slotWritten = false;
     for (const std::uint32_t index : tavIp::reportedInterfaces(pTavIpData->getIfParameters())) {
+        if (agentSignals::endRequested()) {
+            break;
+        }
+        giveHeartbeatItsTurn();
         if (pTavConfSpaceData && slot != slotSetters.size()) {
             const bool written =
                 (pTavConfSpaceData.get()->*slotSetters[slot])(pTavIpData->getIpv4Address(index));

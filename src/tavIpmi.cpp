@@ -27,46 +27,84 @@ enum RecordType {
     record_command = IPMI_CMD_RECV_TYPE
 };
 
-/// How long exchanges may wait for the BMC. Each has five seconds, until the agent is asked to end:
-/// from then on all that is still sent shares one short farewell, so that a dead BMC cannot hold up
-/// the shutdown of the host. An update of a record that was under way then has more time, as long
-/// as each answer comes within the farewell's, which begins behind it.
+constexpr milliseconds full{5000};
+constexpr milliseconds longestAnswer{1500};
+constexpr milliseconds leftovers{500};
+constexpr milliseconds longestUpdate{9000};
+constexpr milliseconds whole{9700};
+constexpr milliseconds never{milliseconds::max()};
+
+/// How long exchanges may wait for the BMC. Each has five seconds, until the agent is asked to end.
+/// From then on what is left of an operation shares half a second, for nobody needs its outcome any
+/// more; an update of a record is brought to its end; and the last words have their own time. All
+/// of it ends before ten seconds are over, so that a dead BMC cannot hold up the host's shutdown.
 class Patience {
   public:
-    timeval budget() noexcept {
-        if (milliseconds{endSince} == never && agentSignals::endRequested()) {
-            endSince = agentClock().monotonic().count();
+    /// For an exchange that begins now.
+    milliseconds budget() noexcept {
+        const bool ending = noteEnd(milliseconds{0});
+        if (farewellEnd.load() != never) {
+            return left(farewellEnd.load() - kept.load(), longestAnswer);
         }
-        const milliseconds since{endSince};
-        if (since == never) {
-            return toTimeval(full);
+        if (!ending) {
+            return full;
         }
-        const milliseconds end = since + (updating ? longestUpdate : farewell);
-        return toTimeval(std::clamp(end - agentClock().monotonic(), milliseconds{0}, farewell));
+        if (updating) {
+            return left(endSince.load() + longestUpdate, full);
+        }
+        if (leftoversEnd.load() == never) {
+            leftoversEnd = agentClock().monotonic() + leftovers;
+        }
+        return left(leftoversEnd, leftovers);
     }
 
-    void beginUpdate() noexcept { updating = true; }
-    void finishUpdate() noexcept {
-        updating = false;
-        endSince = never.count();
+    /// Behind an exchange: the end may have been requested at any moment of a long wait.
+    void waited(milliseconds span) noexcept {
+        constexpr milliseconds unnoticed{100};
+        if (span > unnoticed) {
+            noteEnd(span);
+        }
     }
+
+    void setUpdating(bool now) noexcept { updating = now; }
+    void beginFarewell(milliseconds span) noexcept {
+        const milliseconds soonest = agentClock().monotonic() + span;
+        farewellEnd =
+            noteEnd(milliseconds{0}) ? std::min(soonest, endSince.load() + whole) : soonest;
+    }
+    void finishFarewell() noexcept { farewellEnd = never; }
+    void keep(milliseconds span) noexcept { kept = span; }
 
   private:
-    static constexpr milliseconds full{5000};
-    static constexpr milliseconds farewell{1500};
-    static constexpr milliseconds longestUpdate{10'000};
-    static constexpr milliseconds never{milliseconds::max()};
-
-    static timeval toTimeval(milliseconds span) noexcept {
-        return {static_cast<time_t>(span.count() / 1000),
-                static_cast<suseconds_t>(span.count() % 1000 * 1000)};
+    static milliseconds left(milliseconds end, milliseconds most) noexcept {
+        return std::clamp(end - agentClock().monotonic(), milliseconds{0}, most);
     }
 
-    std::atomic<milliseconds::rep> endSince{never.count()};
+    /// True once the end is requested; the first time that this is seen it counts as `ago`.
+    bool noteEnd(milliseconds ago) noexcept {
+        if (endSince.load() == never && agentSignals::endRequested()) {
+            endSince = agentClock().monotonic() - ago;
+        }
+        return endSince.load() != never;
+    }
+
+    std::atomic<milliseconds> endSince{never};
+    std::atomic<milliseconds> leftoversEnd{never};
+    std::atomic<milliseconds> farewellEnd{never};
+    std::atomic<milliseconds> kept{milliseconds{0}};
     std::atomic<bool> updating{false};
 };
 
 Patience patience;
+
+timeval toTimeval(milliseconds span) noexcept {
+    return {static_cast<time_t>(span.count() / 1000),
+            static_cast<suseconds_t>(span.count() % 1000 * 1000)};
+}
+
+milliseconds toMilliseconds(const timeval& span) noexcept {
+    return std::chrono::seconds(span.tv_sec) + milliseconds(span.tv_usec / 1000);
+}
 
 [[noreturn]] void throwSystemError(const char* what, unsigned line) {
     throw TavIpmiError(errnoText(what), __FILE__, line);
@@ -75,11 +113,28 @@ Patience patience;
 } // namespace
 
 RecordUpdate::RecordUpdate() noexcept {
-    patience.beginUpdate();
+    patience.setUpdating(true);
 }
 
 RecordUpdate::~RecordUpdate() {
-    patience.finishUpdate();
+    patience.setUpdating(false);
+}
+
+Farewell::Farewell(milliseconds span) noexcept {
+    patience.beginFarewell(span);
+}
+
+Farewell::~Farewell() {
+    patience.finishFarewell();
+    patience.keep(milliseconds{0});
+}
+
+void Farewell::keep(milliseconds span) noexcept {
+    patience.keep(span);
+}
+
+bool Farewell::over() noexcept {
+    return patience.budget() == milliseconds{0};
 }
 
 unsigned int TavIpmi::msgId_seed = static_cast<unsigned int>(std::time(nullptr));
@@ -174,13 +229,14 @@ bool TavIpmi::awaitResponse(TavIpmi_request_msg& msg, int id) const {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(fd, &readable);
-    timeval budget = patience.budget();
-    for (int poll = 0; poll < maxPolls; ++poll) {
-        if (waitReadable(readable, budget) && receiveRecord(msg, id)) {
-            return true;
-        }
+    const milliseconds granted = patience.budget();
+    timeval budget = toTimeval(granted);
+    bool answered = false;
+    for (int poll = 0; poll < maxPolls && !answered; ++poll) {
+        answered = waitReadable(readable, budget) && receiveRecord(msg, id);
     }
-    return false;
+    patience.waited(granted - toMilliseconds(budget));
+    return answered;
 }
 
 bool TavIpmi::waitReadable(fd_set& readable, timeval& budget) const {

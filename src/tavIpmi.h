@@ -2,6 +2,8 @@
 
 #include "tavIpmiCmd.h"
 
+#include <chrono>
+
 #include <linux/ipmi.h>
 #include <sys/time.h>
 
@@ -53,13 +55,28 @@ class TavIpmi {
 };
 
 /// While one lives, exchanges rewrite a record that would be left torn if they stopped: an end that
-/// is requested meanwhile hurries them less. One at a time.
+/// is requested meanwhile leaves them five seconds an answer, and nine in all. One at a time.
 class RecordUpdate {
   public:
     RecordUpdate() noexcept;
     ~RecordUpdate();
     RecordUpdate(const RecordUpdate&) = delete;
     RecordUpdate& operator=(const RecordUpdate&) = delete;
+};
+
+/// While one lives, exchanges are the last that an ending agent makes: each waits one and a half
+/// seconds at most, and together they wait no longer than a span of time. One at a time.
+class Farewell {
+  public:
+    explicit Farewell(std::chrono::milliseconds span) noexcept;
+    ~Farewell();
+    Farewell(const Farewell&) = delete;
+    Farewell& operator=(const Farewell&) = delete;
+
+    /// From now on so much of the span is kept for what comes later.
+    void keep(std::chrono::milliseconds span) noexcept;
+    /// True when a request could be sent, but its answer not be waited for.
+    static bool over() noexcept;
 };
 
 /// Sends `msg` and tells whether it was answered with completion code 0 and at least `needed`

@@ -6,6 +6,7 @@
 #include "tavIp.h"
 #include "tavIpmiWatchdog.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -47,6 +48,10 @@ class TavServerInfo {
     /// Releases inventory, port information and blade link; the configuration space stays.
     void free_data() noexcept;
 
+    /// The last resort, when not even an error can be handled: ends the process with a log line,
+    /// status 1 and without a pid file of its own.
+    [[noreturn]] static void giveUp() noexcept;
+
     /// First line (at most 255 characters) of the installation bundle versions that contains
     /// `needle`; empty if there is none.
     static std::string getVibVersionString(const char* needle);
@@ -86,10 +91,17 @@ class TavServerInfo {
     void iterate();
     void serveWatchdog();
     void waitForNextIteration();
+    bool isLasting() const noexcept;
     bool ending() const noexcept;
     void shutdownSteps();
     void setInfo();
     void setShutdownInfo() const;
+    void reportTermination() const;
+    void giveHeartbeatItsTurn() const;
+    static bool heartbeatIsDue() noexcept;
+    static void stopHeartbeat() noexcept;
+    bool programTimer(tavIpmi::TavIpmiWatchdog& timer, bool enabled, std::uint32_t time);
+    void noteFailure(const char* why) noexcept;
     void reportToMMB(std::uint32_t index) const;
     void writePortInformation(std::uint32_t index);
     bool pushAddresses();
@@ -115,6 +127,7 @@ class TavServerInfo {
     unsigned waitTime{max_wait_time};
     unsigned watchdogCountdown{1};
     unsigned informationCountdown{1};
+    std::array<char, 160> failure{}; ///< why the cycle ended, if it failed
 
     static TavServerInfo* this_TavServerInfo; ///< what the daemon's signal handler acts on
 };

@@ -302,6 +302,36 @@ TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
     EXPECT_EQ(log().back().pid, daemon);
 }
 
+TEST_F(RunMode, aStuckLogHoldsNobodyUp) {
+    const pid_t daemon = startDaemon({"--watchdog", "300"});
+    awaitTrace("Reset Watchdog Timer", 1);
+    {
+        const auto stuck = stuckLog();
+        ::kill(daemon, SIGALRM);
+        awaitTrace("Reset Watchdog Timer", 2);
+    }
+    ::kill(daemon, SIGALRM);
+    awaitTrace("Reset Watchdog Timer", 3);
+    EXPECT_THAT(logTexts(), Contains("lines dropped because the system log did not take them: 1"));
+    const auto stuck = stuckLog();
+    ::kill(daemon, SIGTERM);
+    EXPECT_EQ(await(daemon).code(), 0);
+}
+
+TEST_F(RunMode, aForegroundWithoutItsThreadSaysSo) {
+    const pid_t agent = Programs::start({"strace", "-f", "-qq", "-o", "/dev/null", "-e",
+                                         "inject=clone,clone3:error=EAGAIN", TAV_SIM, "--root",
+                                         root(), "--", "-n"});
+    awaitTrace("conf_server_IPAddress4 = 0.0.0.0");
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (log().empty() && std::chrono::steady_clock::now() < end) {
+        ::usleep(1000);
+    }
+    EXPECT_THAT(logTexts(), ElementsAre(HasSubstr("until tav_init is restarted: Resource temp")));
+    ::kill(-agent, SIGTERM);
+    EXPECT_EQ(await(agent).code(), 1);
+}
+
 TEST_F(RunMode, aKilledDaemonBlocksTheNextStart) {
     const pid_t daemon = startDaemon({});
     ::kill(daemon, SIGKILL);
@@ -359,6 +389,7 @@ TEST_F(RunMode, aChildOfInitDoesNotBecomeADaemon) {
     const End end = run({"unshare", "--pid", "--fork", "sh", "-c",
                          std::string(TAV_SIM) + " --root " + root() + " -- & wait $!"});
     EXPECT_EQ(end.code(), 1);
+    EXPECT_THAT(logTexts().back(), HasSubstr("run tav_init -n"));
     EXPECT_EQ(contentOf(pidFile()), "");
 }
 

@@ -1,9 +1,11 @@
+#include "agentSignals.h"
 #include "portInformation.h"
 #include "rig.h"
 #include "sysLog.h"
 #include "tavServerInfo.h"
 
 #include <cerrno>
+#include <csignal>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -201,6 +203,79 @@ TEST_F(Cycle, theWatchdogSetsThePace) {
     EXPECT_FALSE(bmc.agentConnection.connected);
 }
 
+/// With a hundred interfaces and a second for each answer a pass takes longer than the period.
+TEST_F(Cycle, noRestartIsMissedOnASlowBmc) {
+    shell("for i in $(seq 100); do ip tuntap add tav$i mode tap;"
+          "ip addr add 10.1.$i.1/24 dev tav$i; done; ip link set tav100 address 02:00:00:00:00:12");
+    for (const char* machine : {"blade", "nic"}) {
+        bmc.blade.reset();
+        sim::namedMachine(machine).setUp(bmc);
+        sim::showSmbios(sim::namedMachine(machine).smbios(), sim::SmbiosForm::sysfs3, paths);
+        bmc.confSpace.setText(66, "enabled");
+        bmc.confSpace.setText(67, "240");
+        device.misbehave("1+:slow=1000");
+        exchanges.clear();
+        clock.waits.clear();
+        runThread(8);
+        std::chrono::milliseconds last{0};
+        std::chrono::milliseconds longest{0};
+        for (const sim::Exchange& exchange : exchanges) {
+            if (exchange.netfn == 6 && exchange.cmd == 0x22) {
+                longest = last.count() == 0 ? longest : std::max(longest, exchange.sentAt - last);
+                last = exchange.sentAt;
+            }
+        }
+        EXPECT_GT(longest, std::chrono::seconds(100)) << machine;
+        EXPECT_LE(longest, std::chrono::seconds(160)) << machine;
+    }
+}
+
+/// How long the foreground's thread takes to end after the signal, at worst, and whether the BMC
+/// learns of it.
+TEST_F(Cycle, aSlowBmcIsToldOfTheEnd) {
+    struct {
+        const char* fault;
+        int seconds;
+        bool told;
+    } cases[] = {{"50+:slow=100", 2, true},    {"50+:slow=500", 5, true},
+                 {"50+:slow=1000", 10, true},   {"50+:slow=1400", 10, true},
+                 {"50+:slow=4900", 10, false}, {"50+:silent", 10, false}};
+    sim::namedMachine("nic").setUp(bmc);
+    bmc.confSpace.setText(66, "enabled");
+    shell("for i in $(seq 20); do ip tuntap add tav$i mode tap;"
+          "ip addr add 10.1.$i.1/24 dev tav$i; done");
+    for (const auto& one : cases) {
+        for (const unsigned long call : {230UL, 300UL, 372UL, 500UL}) {
+            inOwnProcess([&] {
+                SCOPED_TRACE(std::string(one.fault) + " " + std::to_string(call));
+                sim::Misbehaviour misbehaviour;
+                misbehaviour.faults = {sim::parseFault(one.fault)};
+                misbehaviour.raisedSignals = {{call, SIGTERM}};
+                device.misbehave(misbehaviour);
+                std::chrono::milliseconds signalled{0};
+                device.observe([&](const sim::Exchange& exchange) {
+                    if (signalled.count() == 0 && agentSignals::endRequested()) {
+                        signalled = exchange.sentAt;
+                    }
+                });
+                clock.onWait = [this] {
+                    if (!agentSignals::endRequested()) {
+                        return ETIMEDOUT;
+                    }
+                    clock.pass(-std::chrono::seconds(clock.waits.back())); // it is woken at once
+                    news.release();
+                    return 0;
+                };
+                { const TavServerInfo server(TavServerInfo::run_mode_thread); }
+                EXPECT_GT(signalled.count(), 0);
+                EXPECT_LT(clock.now - signalled, std::chrono::seconds(one.seconds));
+                EXPECT_EQ(bmc.agentConnection.connected, !one.told);
+                EXPECT_EQ(bmc.watchdog.state().running, one.fault == std::string("50+:silent"));
+            });
+        }
+    }
+}
+
 TEST_F(Cycle, aTimerThatAnotherTookIsTakenBack) {
     bmc.confSpace.setText(66, "enabled");
     runThread(6, [this](std::size_t wait) {
@@ -219,9 +294,13 @@ TEST_F(Cycle, anErrorOfTheInventoryEndsTheCycleInOrder) {
     addInterface(1, "ip addr add 10.0.1.2/24 dev tav1");
     bmc.confSpace.setText(66, "enabled");
     runThread(1);
-    ASSERT_EQ(log.size(), 1U);
-    EXPECT_EQ(log[0].priority, 3);
-    EXPECT_THAT(log[0].text, HasSubstr("if entry for tav1 is already existing."));
+    const auto error = [](const char* text) {
+        return testing::AllOf(testing::Field(&LogLine::priority, LOG_ERR),
+                              testing::Field(&LogLine::text, HasSubstr(text)));
+    };
+    const char* const why = "if entry for tav1 is already existing.";
+    EXPECT_THAT(log,
+                ElementsAre(error(why), error("until tav_init is restarted: Error: if entry")));
     EXPECT_TRUE(clock.waits.empty());
     EXPECT_FALSE(bmc.watchdog.state().running);
     EXPECT_FALSE(bmc.agentConnection.connected);

@@ -1,9 +1,9 @@
-#include "agentSignals.h"
 #include "rig.h"
 #include "tavIpmi.h"
 
 #include <csignal>
 
+using std::chrono::milliseconds;
 using tavIpmi::TavIpmi;
 using tavIpmi::TavIpmi_request_msg;
 using tavIpmi::TavIpmiError;
@@ -132,27 +132,40 @@ TEST_F(Transport, onlyWholeAndSuccessfulAnswersPassTheVerdict) {
     }
 }
 
-/// Once the agent is asked to end, a dead BMC gets one and a half seconds in all.
-TEST(TransportDeathTest, farewellIsShort) {
-    const auto farewell = [] {
-        std::chrono::milliseconds took{};
-        {
-            struct Body : Transport {
-                void TestBody() override {}
-            } rig;
-            rig.device.misbehave("1+:silent");
-            agentSignals::hold();
-            EXPECT_EQ(::raise(SIGTERM), 0); // held, as in the middle of a cycle
-            const auto start = rig.clock.now;
-            for (int i = 0; i < 100; ++i) {
-                TavIpmi_request_msg msg = deviceIdRequest();
-                rig.outcome(msg);
-            }
-            took = rig.clock.now - start;
+/// A dead BMC, and an end that is requested while an exchange waits: how long all that follows
+/// takes.
+TEST_F(Transport, theEndComesInTime) {
+    sim::Misbehaviour misbehaviour;
+    misbehaviour.faults = {sim::parseFault("1+:silent")};
+    misbehaviour.raisedSignals = {{3, SIGTERM}}; // the first wait
+    device.misbehave(misbehaviour);
+    const auto spend = [this](int number) {
+        const auto start = clock.now;
+        for (int i = 0; i < number; ++i) {
+            TavIpmi_request_msg msg = deviceIdRequest();
+            outcome(msg);
         }
-        ::_exit(took == std::chrono::milliseconds(1500) ? 0 : 1);
+        return (clock.now - start).count();
     };
-    EXPECT_EXIT(farewell(), testing::ExitedWithCode(0), "");
+    inOwnProcess([&] {
+        EXPECT_EQ(spend(1), 5000) << "one that waits already";
+        EXPECT_EQ(spend(100), 500) << "leftovers of an operation";
+        {
+            tavIpmi::Farewell farewell(milliseconds{2500});
+            farewell.keep(milliseconds{2000});
+            EXPECT_EQ(spend(100), 500);
+            EXPECT_TRUE(tavIpmi::Farewell::over());
+            farewell.keep(milliseconds{0});
+            EXPECT_EQ(spend(1), 1500) << "no answer has longer";
+            EXPECT_EQ(spend(100), 500);
+        }
+        {
+            const tavIpmi::RecordUpdate update;
+            EXPECT_EQ(spend(100), 1000) << "nine seconds in all";
+        }
+        const tavIpmi::Farewell farewell(milliseconds{5000});
+        EXPECT_EQ(spend(100), 700) << "less than ten seconds in all";
+    });
 }
 
 } // namespace

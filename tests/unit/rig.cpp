@@ -1,5 +1,6 @@
 #include "rig.h"
 
+#include "agentSignals.h"
 #include "sysLog.h"
 
 #include <algorithm>
@@ -64,16 +65,20 @@ void sysLogFailure(const char* what) noexcept {
     sysLog(LOG_ERR, "%s", what);
 }
 
-void FakeClock::waitForSignal(unsigned seconds, const sigset_t& /*mask*/) noexcept {
+std::chrono::milliseconds FakeClock::now{1000};
+
+int FakeClock::waitForSignal(unsigned seconds, const sigset_t& /*mask*/) noexcept {
     waits.push_back(seconds);
     pass(std::chrono::seconds(seconds));
+    return 0;
 }
 
-int FakeClock::waitForCondition(pthread_cond_t& /*condition*/, pthread_mutex_t& /*mutex*/,
+int FakeClock::waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                                 unsigned seconds) noexcept {
     waits.push_back(seconds);
     pass(std::chrono::seconds(seconds));
-    return onWait();
+    const int result = onWait();
+    return result == 0 ? ::pthread_cond_wait(&condition, &mutex) : result;
 }
 
 Rig::Rig() :
@@ -126,6 +131,20 @@ std::string hex(std::span<const unsigned char> bytes) {
 
 void removeInterfaces() {
     shell("for i in $(ip -o link | grep -o 'tav[0-9]*'); do ip link del $i; done");
+}
+
+void inOwnProcess(const std::function<void()>& body) {
+    static_cast<void>(std::fflush(stdout));
+    const pid_t process = ::fork();
+    if (process == 0) {
+        agentSignals::hold();
+        body();
+        static_cast<void>(std::fflush(stdout));
+        ::_exit(testing::Test::HasFailure() ? EXIT_FAILURE : EXIT_SUCCESS);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(process, &status, 0), process);
+    EXPECT_EQ(status, 0);
 }
 
 void shell(const std::string& command) {

@@ -18,7 +18,7 @@
 class FakeClock final : public AgentClock {
   public:
     std::chrono::milliseconds monotonic() noexcept override { return now; }
-    void waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override;
+    int waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override;
     int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                          unsigned seconds) noexcept override;
     void alarm(unsigned seconds) noexcept override { alarms.push_back(seconds); }
@@ -28,10 +28,10 @@ class FakeClock final : public AgentClock {
     }
 
     /// Goes on from test to test, as what the agent keeps for the process does.
-    static inline std::chrono::milliseconds now{1000};
+    static std::chrono::milliseconds now;
     std::vector<unsigned> alarms;
     std::vector<unsigned> waits;
-    /// Called in each wait on a condition; gives its result.
+    /// Called in each wait on a condition; gives its result, but after 0 the wait is a real one.
     std::function<int()> onWait = [] { return 0; };
 };
 
@@ -70,6 +70,10 @@ std::string hex(std::span<const unsigned char> bytes);
 
 /// Removes the test's interfaces tav0, tav1, ...
 void removeInterfaces();
+
+/// Runs `body` in a process of its own with the agent's signals held back, for what they change
+/// there; its failures are those of the test.
+void inOwnProcess(const std::function<void()>& body);
 
 /// Runs a shell command; the test fails when the command does.
 void shell(const std::string& command);

@@ -1,6 +1,9 @@
+#include "agentSignals.h"
 #include "rig.h"
 #include "tavIpmiWatchdog.h"
 #include "tavServerInfo.h"
+
+#include <csignal>
 
 using tavIpmi::TavIpmiWatchdog;
 using testing::ElementsAre;
@@ -121,6 +124,35 @@ TEST_F(Watchdog, settingsAreBroughtIntoLine) {
     EXPECT_TRUE(server.updateWatchdog());
     EXPECT_EQ(bmc.watchdog.state().initialCountdown, 0xFFFF);
     EXPECT_FALSE(server.updateWatchdog());
+}
+
+/// Neither at once nor by a heartbeat that is due: it may be another program's, and reset the host.
+TEST_F(Watchdog, aTimerThatIsOffOrCannotBeSetUpIsNotRestarted) {
+    const agentSignals::Hold held;
+    for (const char* fault : {"", "8:cc=0xC0", "8:silent", "8:errno=EIO@send"}) {
+        TavServerInfo server(TavServerInfo::run_mode_none);
+        bmc.confSpace.setText(66, "enabled");
+        bmc.confSpace.setText(67, "300");
+        server.updateWatchdog();
+        TavServerInfo::reset_watchdog(TavIpmiWatchdog::timer_use_sms_os, true);
+        EXPECT_EQ(clock.alarms.back(), 150U);
+        ::raise(SIGALRM);
+        setUp({3, 1, 0, 0, 0, 0});
+        bmc.confSpace.setText(66, *fault == '\0' ? "disabled" : "enabled");
+        device.behave();
+        if (*fault != '\0') {
+            device.misbehave(std::to_string(device.exchangeCount() + 8) + (fault + 1));
+        }
+        EXPECT_TRUE(server.updateWatchdog()) << fault;
+        EXPECT_FALSE(server.softWatchdogEnabled()) << fault;
+        EXPECT_EQ(clock.alarms.back(), 0U) << fault;
+        sigset_t pending;
+        ::sigpending(&pending);
+        EXPECT_EQ(sigismember(&pending, SIGALRM), 0) << fault;
+        device.behave();
+        EXPECT_EQ(server.updateWatchdog(), *fault != '\0') << "the next time it is set up";
+        EXPECT_EQ(bmc.watchdog.state().use, 4);
+    }
 }
 
 TEST_F(Watchdog, aTimerThatFitsAlreadyIsLeftAlone) {
