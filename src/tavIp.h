@@ -102,9 +102,9 @@ using IfParameters = std::map<std::uint32_t, TavIfParameter>;
 /// address that are no loopback. 0 and indices of 2^31 and above are no interface of a host.
 std::vector<std::uint32_t> reportedInterfaces(const IfParameters& interfaces);
 
-/// Whether an inventory needs no new push, given the one before it: the change detector's own
-/// matching, not set equality. Identical inventories match when their number of interfaces is even
-/// (none included) and differ when it is odd, so a host with one interface is pushed every time.
+/// Whether an inventory needs no new push, given the one before it. Two or more interfaces that are
+/// the same in the same order need none; otherwise the change detector's own matching decides, not
+/// set equality: it overlooks some changes, and finds one interface alone always changed.
 bool sameInterfaces(const IfParameters& left, const IfParameters& right);
 
 /// Takes the addresses out of an RTM_GETADDR answer (rtnetlink(7)); interfaces not listed yet are

@@ -112,7 +112,7 @@ guest_ends "daemon: number in the pid file" 0 'grep -qx tav_init /proc/$(cat /va
 expect "daemon: a second one is refused" 'already running' guest 'tav_init'
 await "daemon: watchdog armed" 'running +yes' bmc_view
 expect "daemon: system log" 'local5\.info tav_daemon\[[0-9]+\]: starting' system_log
-# An odd number of interfaces, loopback counted, is pushed at every inventory; so it stays odd.
+# An unchanged host is not pushed again: another interface makes the next inventory tell.
 add_interface eth1 198.51.100.1
 await "daemon: a new address arrives" 'conf_server_IPAddress2 +198\.51\.100\.1$' bmc_view
 
@@ -143,7 +143,8 @@ bmc_stop
 guest_ends "BMC gone: once" 1 'tav_init -s'
 guest_ends "BMC gone: the daemon lives" 0 'test -d /proc/$(cat /var/run/tavd.pid)'
 bmc_start --machine plain "${bmc_options[@]}"
-await "another BMC: address" 'conf_server_IPAddress1 +192\.0\.2\.1$' bmc_view
+add_interface eth4 198.51.100.4
+await "another BMC: all addresses arrive" 'conf_server_IPAddress1 +192\.0\.2\.1$' bmc_view
 await "another BMC: watchdog armed" 'running +yes' bmc_view
 
 kill_daemon
