@@ -7,7 +7,7 @@ constexpr std::size_t maxLineLength = 255;
 } // namespace
 
 LineReader::LineReader(const std::string& path) noexcept :
-    file(std::fopen(path.c_str(), "re"), closeFile) {}
+    file(std::fopen(path.c_str(), "re"), closeFile), unreadable(!file) {}
 
 std::optional<std::string> LineReader::next() {
     std::string line;
@@ -19,6 +19,7 @@ std::optional<std::string> LineReader::next() {
         }
         line.push_back(static_cast<char>(character));
     }
+    unreadable = unreadable || (file && std::ferror(file.get()) != 0);
     if (character == EOF && line.empty()) {
         return std::nullopt;
     }

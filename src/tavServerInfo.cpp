@@ -79,9 +79,10 @@ void TavServerInfo::readHostIdentity() {
             return;
         }
         release = system.getRelease();
-        if (const auto line = LineReader(hostPaths().productString).next();
-            line && !line->empty()) {
-            productName = *line;
+        LineReader product(hostPaths().productString);
+        const auto line = product.next();
+        if (!product.failed()) {
+            productName = line.value_or("");
         }
     } catch (const tavSystemInfo::TavSystemInfoError& error) {
         sysLog(LOG_ERR, "%s", error.what());
