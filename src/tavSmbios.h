@@ -129,10 +129,11 @@ class TavSmbios {
         ostype_esxi = 2
     };
 
-    /// Searches physical memory (Linux) or the SMBIOS device (VMware ESXi) for the table; on Linux
-    /// the kernel's published tables are the second choice. A source that cannot be opened, or
-    /// has no table, leaves the reader empty. Throws std::logic_error when reading fails and
-    /// there is no second choice.
+    /// Searches the SMBIOS device (VMware ESXi) or, on Linux, the first mebibyte of physical memory
+    /// for the table; there the kernel's published tables are the second choice, and the rest of
+    /// the memory the last. A source that cannot be opened, or has no table, leaves the reader
+    /// empty, and so does an end that is requested during a long search. Throws std::logic_error
+    /// when reading fails and there is no second choice.
     TavSmbios();
     TavSmbios(const TavSmbios&) = delete;
     TavSmbios& operator=(const TavSmbios&) = delete;
@@ -173,8 +174,8 @@ class TavSmbios {
         void operator()(void* block) const noexcept { std::free(block); }
     };
 
-    void searchDevice(const std::string& path);
-    void loadTable(const std::string& path, int device, std::size_t entryPosition);
+    bool searchDevice(const char* path, std::size_t position, std::size_t end);
+    void loadTable(const char* path, int device, std::size_t entryPosition);
     bool loadPublishedTables();
     bool takePublishedEntryPoint(ByteView bytes);
     void allocate(std::size_t length);

@@ -1,11 +1,12 @@
 // Where the structure table comes from.
 
+#include "agentSignals.h"
 #include "fileDescriptor.h"
 #include "hostPaths.h"
 #include "tavSmbios.h"
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <limits>
 #include <stdexcept>
@@ -26,7 +27,8 @@ constexpr std::size_t headerDistance = 16;
 /// A structure may begin in the table's last byte and claim 255 bytes; two zeros end any string
 /// set, and a header's length byte.
 constexpr std::size_t guardLength = 255 + 3;
-constexpr std::int64_t firstMebibyteEnd = 0xFFFFF;
+constexpr std::size_t mebibyte = 1U << 20U;
+constexpr std::size_t everywhere = std::numeric_limits<std::int64_t>::max();
 constexpr std::size_t maxPublishedTable = 16U << 20U;
 
 /// Entry point of SMBIOS 3.x.
@@ -50,9 +52,6 @@ ssize_t readAt(int device, unsigned char* to, std::size_t length, std::size_t po
     while (done < length) {
         const ssize_t count =
             ::pread(device, to + done, length - done, static_cast<off_t>(position + done));
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
         if (count < 0) {
             return -1;
         }
@@ -114,6 +113,10 @@ std::vector<unsigned char> contentOf(const std::string& path, std::size_t limit)
     return count == 0 ? bytes : std::vector<unsigned char>();
 }
 
+bool onlyZeros(ByteView bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte == 0; });
+}
+
 /// A regular file ends somewhere, and a mapping must not reach beyond; a device does not say.
 bool endsBefore(int file, std::int64_t end) noexcept {
     struct stat status {};
@@ -129,52 +132,63 @@ TavSmbios::TavSmbios() {
     ::uname(&kernel);
     if (std::strcmp(kernel.sysname, "VMkernel") == 0) {
         os = ostype_esxi;
-        searchDevice(hostPaths().esxiSmbios);
+        searchDevice(hostPaths().esxiSmbios, 0, everywhere);
         return;
     }
     if (std::strcmp(kernel.sysname, "Linux") != 0) {
         throw std::logic_error("unsupported Operating System");
     }
     os = ostype_linux;
+    bool found = false;
     try {
-        searchDevice(hostPaths().physicalMemory);
+        found = searchDevice(hostPaths().physicalMemory, 0, mebibyte);
     } catch (const std::logic_error&) {
         // Kernels keep most of physical memory to themselves.
         if (!loadPublishedTables()) {
             throw;
         }
-    }
-    if (data_len == 0) {
-        loadPublishedTables();
-    }
-}
-
-void TavSmbios::searchDevice(const std::string& path) {
-    const FileDescriptor device(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!device) {
         return;
     }
-    Block block;
-    for (std::size_t position = 0; block.read(device.get(), position); position += blockLength) {
-        const std::size_t offset = block.findHeader(device.get(), position);
-        if (offset != blockLength) {
-            readRecord(block.from(offset), entryPoint);
-            loadTable(path, device.get(), position + offset);
-            return;
-        }
+    if (data_len == 0 && !loadPublishedTables() && !found) {
+        searchDevice(hostPaths().physicalMemory, mebibyte, everywhere);
     }
 }
 
-void TavSmbios::loadTable(const std::string& path, int device, std::size_t entryPosition) {
+/// Loads what the first entry point from `position` on, and before `end`, leads to; false if there
+/// is none. A search that an end of the agent overtakes finds none either.
+bool TavSmbios::searchDevice(const char* path, std::size_t position, std::size_t end) {
+    const FileDescriptor device(::open(path, O_RDONLY | O_CLOEXEC));
+    if (!device) {
+        return false;
+    }
+    Block block;
+    for (; position < end && block.read(device.get(), position); position += blockLength) {
+        if (const std::size_t offset = block.findHeader(device.get(), position);
+            offset != blockLength) {
+            readRecord(block.from(offset), entryPoint);
+            loadTable(path, device.get(), position + offset);
+            return true;
+        }
+        if ((position + blockLength) % mebibyte == 0 && agentSignals::endRequested()) {
+            return false;
+        }
+    }
+    return false;
+}
+
+void TavSmbios::loadTable(const char* path, int device, std::size_t entryPosition) {
     allocate(entryPoint.tableLength);
     // Addresses of 2 GiB and more count as negative here: no reader of this memory gets there.
     const auto address = static_cast<std::int32_t>(std::uint32_t{entryPoint.tableAddress});
     if (os == ostype_esxi) { // the device shows the table right behind its entry point
         readInto(device, static_cast<std::int64_t>(entryPosition + sizeof entryPoint));
-    } else if (address > firstMebibyteEnd) {
-        mmapData(path.c_str(), address);
+    } else if (address >= std::int64_t{mebibyte}) {
+        mmapData(path, address);
     } else {
         readInto(device, address);
+    }
+    if (onlyZeros({data.get(), data_len})) { // so kernels show memory that they keep to themselves
+        data_len = 0;
     }
 }
 
@@ -222,7 +236,7 @@ void TavSmbios::mmapData(const char* path, long offset) {
 
 bool TavSmbios::loadPublishedTables() {
     const std::vector<unsigned char> table = contentOf(hostPaths().smbiosTable, maxPublishedTable);
-    if (table.empty() ||
+    if (onlyZeros(table) ||
         !takePublishedEntryPoint(contentOf(hostPaths().smbiosEntryPoint, blockLength))) {
         return false;
     }

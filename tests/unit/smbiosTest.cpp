@@ -1,3 +1,4 @@
+#include "agentSignals.h"
 #include "memoryFile.h"
 #include "rig.h"
 #include "smbiosImage.h"
@@ -9,10 +10,10 @@ using tavSmbios::TavSmbios;
 
 namespace {
 
-sim::SmbiosTable table() {
+sim::SmbiosTable table(const char* family = "family") {
     sim::SmbiosTable result;
     result.addBios();
-    result.addSystem({.product = "Server 1", .serialNumber = "S1  ", .family = "family"});
+    result.addSystem({.product = "Server 1", .serialNumber = "S1  ", .family = family});
     result.addEnclosure("E1");
     result.addEnclosure("E2");
     result.addEnd();
@@ -22,6 +23,9 @@ sim::SmbiosTable table() {
 std::string systemString(const TavSmbios& tables,
                          unsigned char tavSmbios::SMBSystemInformation::*string) {
     const auto* const entry = tables.getFirstEntry(tavSmbios::smbios_type_SystemInformation);
+    if (entry == nullptr) {
+        return "";
+    }
     const auto system = TavSmbios::record<tavSmbios::SMBSystemInformation>(*entry);
     return TavSmbios::getSmbiosStringS(entry, system.*string);
 }
@@ -74,20 +78,51 @@ TEST_F(Smbios, withoutTablesThereIsNothingToFind) {
     EXPECT_FALSE(tavSmbios::isKestrelbox(tables));
 }
 
-/// The kernel refuses physical memory, as it does nowadays, or its table cannot be reached.
+/// The kernel refuses physical memory, as it does nowadays, or its table cannot be reached, or
+/// reads as zeros; or no entry point lies in the first mebibyte, and the search would go on through
+/// all.
 TEST_F(Smbios, thePublishedTablesAreTheSecondChoice) {
-    sim::Bytes unreachable = sim::smbiosPhysicalMemory(table());
-    const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0x00200000);
-    std::copy(entry.begin(), entry.end(), unreachable.begin() + 0xF0000);
-    for (const std::string& memory :
-         {std::string("/proc/self/mem"), sim::memoryFile(unreachable)}) {
-        sim::showSmbios(table(), sim::SmbiosForm::none, paths);
-        paths.physicalMemory = memory;
-        EXPECT_THROW(TavSmbios(), std::logic_error) << memory;
-        sim::showSmbios(table(), sim::SmbiosForm::sysfs3, paths);
-        paths.physicalMemory = memory;
-        EXPECT_EQ(systemString(TavSmbios(), &tavSmbios::SMBSystemInformation::family), "family");
+    const auto family = [] {
+        return systemString(TavSmbios(), &tavSmbios::SMBSystemInformation::family);
+    };
+    const auto memory = [](const sim::Bytes& image, std::size_t entryPlace, unsigned address) {
+        const sim::Bytes entry = sim::smbiosEntryPoint2(table(), address);
+        sim::Bytes bytes = image;
+        std::copy(entry.begin(), entry.end(), bytes.begin() + static_cast<long>(entryPlace));
+        return sim::memoryFile(bytes);
+    };
+    sim::Bytes deep = sim::smbiosPhysicalMemory(table());
+    deep[0xF0000] = 0; // no entry point here
+    deep.resize(0x300000);
+    const std::string deepMemory = memory(deep, 0x200000, 0xF0040);
+    struct {
+        std::string memory;
+        std::optional<std::string> alone; // none: an error
+    } cases[] = {{"/proc/self/mem", {}},
+                 {memory(deep, 0xF0000, 0x01000000), {}},
+                 {memory(deep, 0xF0000, 0x00080000), ""},
+                 {memory(deep, 0x200000, 0x00080000), ""},
+                 {deepMemory, "family"}};
+    const sim::SmbiosTable other = table("published");
+    for (const auto& one : cases) {
+        sim::showSmbios(other, sim::SmbiosForm::none, paths);
+        paths.physicalMemory = one.memory;
+        if (one.alone) {
+            EXPECT_EQ(family(), *one.alone) << one.memory;
+        } else {
+            EXPECT_THROW(TavSmbios(), std::logic_error) << one.memory;
+        }
+        sim::showSmbios(other, sim::SmbiosForm::sysfs3, paths);
+        paths.physicalMemory = one.memory;
+        EXPECT_EQ(family(), "published") << one.memory;
+        paths.smbiosTable = sim::memoryFile(sim::Bytes(other.bytes().size()));
+        EXPECT_EQ(one.alone ? family() : "", one.alone.value_or("")) << "zeros are no table";
     }
+    const agentSignals::Hold hold;
+    EXPECT_EQ(::raise(SIGTERM), 0);
+    EXPECT_EQ(family(), "") << "the agent is told to end";
+    ::signal(SIGTERM, SIG_IGN); // which takes it back
+    ::signal(SIGTERM, SIG_DFL);
 }
 
 /// The device of VMware ESXi shows the table right behind its entry point, and may end early.
