@@ -2,8 +2,6 @@
 #include "tavBladeInfo.h"
 #include "tavIpmiDeviceId.h"
 
-#include <numeric>
-
 using tavIpmi::TavIpmiDeviceIdData;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -42,16 +40,6 @@ TEST_F(Blade, identityTextsComeFromTheBmc) {
     EXPECT_EQ(identity.getRevisionNumber(), 0x0140);
     EXPECT_EQ(identity.getDeviceId(), 0x20);
     EXPECT_FALSE(identity.getGuidInfo()) << "never asked for";
-}
-
-TEST_F(Blade, guidTextKeepsTheOrderOfTheBytes) {
-    EXPECT_EQ(std::string(Guid()), "00000000-0000-0000-0000-000000000000");
-    unsigned char bytes[16];
-    std::iota(std::begin(bytes), std::end(bytes), 0xF8);
-    const Guid guid(bytes);
-    EXPECT_EQ(std::string(guid), "F8F9FAFB-FCFD-FEFF-0001-020304050607");
-    EXPECT_NE(Guid(), guid);
-    EXPECT_FALSE(Guid());
 }
 
 TEST_F(Blade, aFailedExchangeIsNotRepeatedForFiveMinutes) {

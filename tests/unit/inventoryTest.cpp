@@ -3,7 +3,6 @@
 
 #include <cstring>
 
-#include <arpa/inet.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 
@@ -12,12 +11,6 @@ using tavIp::TavIp;
 using tavIp::TavIpv6AddressInfo;
 
 namespace {
-
-IPv6Address ipv6(const char* text) {
-    in6_addr address{};
-    EXPECT_EQ(inet_pton(AF_INET6, text, &address), 1) << text;
-    return IPv6Address(address);
-}
 
 TavIpv6AddressInfo info(const char* text) {
     TavIpv6AddressInfo result;

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <thread>
 
+#include <arpa/inet.h>
 #include <sched.h>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
@@ -113,6 +114,11 @@ std::vector<std::string> Rig::requests() const {
     return lines;
 }
 
+void Rig::goWrong(std::size_t n, const std::string& what) {
+    device.behave();
+    device.misbehave(std::to_string(device.exchangeCount() + n) + what);
+}
+
 void Rig::writeFile(const std::string& path, const std::string& content) {
     std::ofstream file(path);
     EXPECT_TRUE(file << content << std::flush) << path;
@@ -127,6 +133,12 @@ std::string hex(std::span<const unsigned char> bytes) {
         text += digits[byte & 0x0FU];
     }
     return text;
+}
+
+IPv6Address ipv6(const char* text) {
+    in6_addr address{};
+    EXPECT_EQ(::inet_pton(AF_INET6, text, &address), 1) << text;
+    return IPv6Address(address);
 }
 
 void removeInterfaces() {

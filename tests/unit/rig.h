@@ -1,5 +1,6 @@
 #pragma once
 
+#include "IPv6Address.h"
 #include "agentClock.h"
 #include "hostFiles.h"
 #include "machine.h"
@@ -51,6 +52,9 @@ class Rig : public ::testing::Test {
     /// Exchanges as "netfn/cmd: request bytes" in hex, such as "06/25:" or "2e/e0: d9 7e 00 01
     /// ...".
     std::vector<std::string> requests() const;
+    /// From now on the `n`-th exchange goes wrong in a way such as ":silent", with "+:silent" all
+    /// behind it, too, and no other.
+    void goWrong(std::size_t n, const std::string& what);
     static void writeFile(const std::string& path, const std::string& content);
 
     FakeClock clock;
@@ -67,6 +71,8 @@ class Rig : public ::testing::Test {
 extern const char* kernelName;
 
 std::string hex(std::span<const unsigned char> bytes);
+
+IPv6Address ipv6(const char* text);
 
 /// Removes the test's interfaces tav0, tav1, ...
 void removeInterfaces();

@@ -3,15 +3,11 @@
 namespace {
 
 using sim::Bytes;
-
-class SimBmc : public Rig {
-  public:
-    std::string ask(unsigned char netfn, unsigned char cmd, const Bytes& data) {
-        return hex(bmc.answer(netfn, 0, cmd, data));
-    }
-};
+using SimBmc = Rig;
 
 TEST_F(SimBmc, refusesWhatIsMalformed) {
+    EXPECT_EQ(hex(bmc.answer(0x34, 0, 0x40, Bytes{0, 0})), "c1") << "no adapter";
+    bmc.fru.emplace().image.resize(300);
     struct {
         unsigned char netfn, cmd;
         Bytes data;
@@ -36,31 +32,33 @@ TEST_F(SimBmc, refusesWhatIsMalformed) {
         {0x0A, 0x11, {5, 0x2A, 1, 8}, "00 02 00 00"}, // as many as there are
         {0x0A, 0x12, {5, 0x2B, 1, 7, 7}, "c9"},
     };
-    EXPECT_EQ(ask(0x34, 0x40, {0, 0}), "c1") << "no adapter";
-    bmc.fru.emplace().image.resize(300);
     for (const auto& one : cases) {
-        EXPECT_THAT(ask(one.netfn, one.cmd, one.data), testing::StartsWith(one.code))
+        EXPECT_THAT(hex(bmc.answer(one.netfn, 0, one.cmd, one.data)), testing::StartsWith(one.code))
             << hex(one.data);
     }
 }
 
+/// Each step's request to the timer and what the timer says of itself after that much more time.
 TEST_F(SimBmc, watchdogCountsDownAndRecordsItsExpiry) {
-    EXPECT_EQ(ask(6, 0x24, {4, 0, 0, 0, 100, 0}), "00");
-    EXPECT_FALSE(bmc.watchdog.state().running);
-    ask(6, 0x22, {});
-    clock.now += std::chrono::milliseconds(9900);
-    EXPECT_EQ(bmc.watchdog.state().presentCountdown, 1);
-    clock.now += std::chrono::milliseconds(100);
-    EXPECT_FALSE(bmc.watchdog.state().running);
-    EXPECT_EQ(bmc.watchdog.state().expirationFlags, 0x10);
-    EXPECT_EQ(ask(6, 0x25, {}), "00 04 00 00 10 64 00 00 00");
-    ask(6, 0x24, {4, 0, 0, 0x10, 100, 0});
-    EXPECT_EQ(bmc.watchdog.state().expirationFlags, 0);
-    ask(6, 0x22, {});
-    ask(6, 0x24, {0x44, 0, 0, 0, 50, 0}); // do not stop: counts on, from the new value
-    EXPECT_TRUE(bmc.watchdog.state().running);
-    ask(6, 0x24, {0x04, 0, 0, 0, 50, 0});
-    EXPECT_FALSE(bmc.watchdog.state().running);
+    struct {
+        unsigned char cmd;
+        Bytes data;
+        int milliseconds;
+        const char* state; // of Get Watchdog Timer
+    } steps[] = {
+        {0x24, {4, 0, 0, 0, 100, 0}, 0, "00 04 00 00 00 64 00 64 00"},
+        {0x22, {}, 9900, "00 44 00 00 00 64 00 01 00"},
+        {0x25, {}, 100, "00 04 00 00 10 64 00 00 00"},
+        {0x24, {4, 0, 0, 0x10, 100, 0}, 0, "00 04 00 00 00 64 00 64 00"},
+        {0x22, {}, 0, "00 44 00 00 00 64 00 64 00"},
+        {0x24, {0x44, 0, 0, 0, 50, 0}, 0, "00 44 00 00 00 32 00 32 00"}, // counts on
+        {0x24, {0x04, 0, 0, 0, 50, 0}, 0, "00 04 00 00 00 32 00 32 00"},
+    };
+    for (const auto& one : steps) {
+        EXPECT_THAT(hex(bmc.answer(6, 0, one.cmd, one.data)), testing::StartsWith("00"));
+        clock.now += std::chrono::milliseconds(one.milliseconds);
+        EXPECT_EQ(hex(bmc.answer(6, 0, 0x25, {})), one.state);
+    }
 }
 
 } // namespace
