@@ -57,8 +57,9 @@ def faults(text, families):
         end, commas = closing(code, m.start(1))
         places = [m.start(1), *commas, end]
         for first, middle, last in zip(places, places[1:], places[2:]):
-            one, other = text[first + 1:middle], text[middle + 1:last]
-            yield first + 1, last, [f"{other.strip()}, {one.strip()}"]
+            one, other = text[first + 1:middle].strip(), text[middle + 1:last].strip()
+            if one != other:
+                yield first + 1, last, [f"{other}, {one}"]
     for m in re.finditer(r"\b[A-Za-z]\w+\b", code):
         if others := [name for name in families.get(m[0], []) if name != m[0]]:
             yield *m.span(), others
@@ -104,7 +105,7 @@ def noticed_by(tests, seconds, preparation=""):
                           "sh", "-c", f"ulimit -v 4000000 -f 1000000; {preparation} "
                           f"exec {tests} --gtest_fail_fast"], seconds)
     failed = re.search(r"\[  FAILED  \] ([\w.]+)", output)
-    last = re.findall(r"\[ RUN      \] ([\w.]+)", output)[-1:]
+    last = ["the start", *re.findall(r"\[ RUN      \] ([\w.]+)", output)][-1]
     return "" if status == 0 else failed[1] if failed else \
         f"{last}, which {'hangs' if status is None else 'dies'}"
 
