@@ -45,7 +45,7 @@ Reply deviceId(const Bmc& bmc, Data request) {
              0xBF,                                     // all but bridging
              ianaBytes[0], ianaBytes[1], ianaBytes[2], // manufacturer
              0x01, 0x00,                               // product
-             0x00, 0x00, 0x00, bmc.mark}};
+             0x0A, 0x0B, 0x0C, bmc.mark}};             // auxiliary firmware revision
 }
 
 template <auto serve>

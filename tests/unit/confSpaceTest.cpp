@@ -70,7 +70,7 @@ TEST_F(ConfSpace, whatCannotBeReadStaysUnknown) {
     for (const bool refused : {true, false}) {
         for (std::size_t failing = 0; failing < std::size(strings); ++failing) {
             exchanges.clear();
-            goWrong(failing + 1, refused ? ":cc=0xC1" : ":errno=EIO@send");
+            goWrong(std::to_string(failing + 1) + (refused ? ":cc=0xC1" : ":errno=EIO@send"));
             const TavConfSpaceData data(false);
             const bool goesOn = refused && failing > 0;
             EXPECT_EQ(data.isAvailable(), !refused || failing > 0);
@@ -90,7 +90,7 @@ TEST_F(ConfSpace, believesALengthOnlyIfTheBytesAreThere) {
         for (const std::size_t received : {std::size_t{0}, std::size_t{4}, std::size_t{5},
                                            promised + 4, promised + 5, promised + 6}) {
             bmc.confSpace.values[512] = sim::Bytes(promised, 'x');
-            goWrong(1, "+:length=" + std::to_string(received));
+            goWrong("1+:length=" + std::to_string(received));
             const TavConfSpaceData data(false);
             const bool whole = received >= promised + 5;
             EXPECT_EQ(data.isAvailable(), whole) << promised << " in " << received;
@@ -152,8 +152,8 @@ TEST_F(ConfSpace, aFailedWriteLeavesTheMirrorAsItWas) {
     IPv4Address address;
     address.setOne();
     for (const char* fault :
-         {"+:cc=0xC9", "+:silent", "+:length=0", "+:errno=EIO@open", "+:foreign-id"}) {
-        goWrong(1, fault);
+         {"1+:cc=0xC9", "1+:silent", "1+:length=0", "1+:errno=EIO@open", "1+:foreign-id"}) {
+        goWrong(fault);
         for (const StringVariable& variable : strings) {
             EXPECT_FALSE((data.*variable.set)("other")) << fault;
             EXPECT_EQ((data.*variable.get)(), "value " + std::to_string(variable.id));
@@ -174,7 +174,7 @@ TEST_F(ConfSpace, watchdogVariablesAreReadUpToTheFirstThatFails) {
     for (unsigned failing = 0; failing <= std::size(variables); ++failing) {
         device.behave();
         TavConfSpaceData data(false);
-        goWrong(failing + 1, ":length=5");
+        goWrong(std::to_string(failing + 1) + ":length=5");
         data.updateWatchdogParameter();
         EXPECT_EQ(data.getBootWatchdogEnabled(), failing > 0);
         EXPECT_EQ(data.getSoftWatchdogEnabled(), failing > 1);
@@ -205,17 +205,17 @@ TEST_F(ConfSpace, agentConnectionIsChangedOnlyIfTheBmcSaysSo) {
         bool connected, wanted;
         const char* statusFault;
         std::vector<std::string> asked; // status, connect, disconnect
-    } cases[] = {{false, false, ":slow=1", {"08"}},
-                 {true, false, ":slow=1", {"08", "02"}},
-                 {true, true, ":slow=1", {"08"}},
-                 {false, true, ":slow=1", {"08", "01"}},
+    } cases[] = {{false, false, "1:slow=1", {"08"}},
+                 {true, false, "1:slow=1", {"08", "02"}},
+                 {true, true, "1:slow=1", {"08"}},
+                 {false, true, "1:slow=1", {"08", "01"}},
                  // When it cannot be read the last known state counts: connected.
-                 {true, false, ":length=5", {"08", "02"}}};
+                 {true, false, "1:length=5", {"08", "02"}}};
     TavConfSpaceData data(false);
     for (const auto& one : cases) {
         bmc.agentConnection.connected = one.connected;
         exchanges.clear();
-        goWrong(1, one.statusFault);
+        goWrong(one.statusFault);
         EXPECT_TRUE(one.wanted ? data.sendAgentConnect() : data.sendAgentDisconnect());
         std::vector<std::string> expected;
         for (const std::string& specifier : one.asked) {
@@ -224,7 +224,7 @@ TEST_F(ConfSpace, agentConnectionIsChangedOnlyIfTheBmcSaysSo) {
         EXPECT_EQ(requests(), expected);
         EXPECT_EQ(bmc.agentConnection.connected, one.wanted);
     }
-    goWrong(1, ":errno=EIO@send");
+    goWrong("1:errno=EIO@send");
     EXPECT_FALSE(data.sendAgentDisconnect());
 }
 

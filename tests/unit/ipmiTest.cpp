@@ -79,27 +79,27 @@ class Transport : public Rig {
 
 TEST_F(Transport, endsEveryKindOfExchange) {
     const ExchangeCase cases[] = {
-        {"+:slow=0", "true", "00 20 01 01 40 02 bf", 0, 5, true},
-        {"+:cc=0xC1", "true", "c1", 0, 5, false},
-        {"+:length=0", "true", "", 0, 5, false},
-        {"+:length=2", "true", "00 20", 0, 5, false},
-        {"+:length=15", "true", "00 20", 0, 5, false},
-        {"+:length=17", "true", "00 20", 0, 5, true},
-        {"+:foreign-id", "true", "", 0, 5, false},
-        {"+:silent", "false", "", 5, 8, false},
-        {"+:events=4", "true", "00 20 01 01 40 02 bf", 0, 13, true},
-        {"+:events=5", "false", "", 0, 13, false},
-        {"+:commands=5", "false", "", 0, 13, false},
-        {"+:slow=4000", "true", "00 20 01 01 40 02 bf", 4, 5, true},
-        {"+:slow=6000", "false", "", 5, 8, false},
-        {"+:length=272", "true", "00 20 01 01 40 02 bf", 0, 5, true},
-        {"+:length=273", "RECEIVE_MSG failed: Message too long(src/", "", 0, 5, false},
-        {"+:type=7", "7eply message has wrong type: ", "", 0, 5, false},
-        {"+:type=0", "0eply message has wrong type: ", "", 0, 5, false},
-        {"+:errno=EIO@open", "Open failed: No such file or directory", "ee", 0, 3, false},
-        {"+:errno=ENODEV@send", "ioctl IPMICTL_SEND_COMMAND failed: No such dev", "", 0, 3, false},
-        {"+:errno=EINTR@wait", "select failed: Interrupted system call", "", 0, 4, false},
-        {"+:errno=EIO@receive", "ioctl IPMICTL_RECEIVE_MSG failed: Input/ou", "", 0, 5, false},
+        {"1+:slow=0", "true", "00 20 01 01 40 02 bf", 0, 5, true},
+        {"1+:cc=0xC1", "true", "c1", 0, 5, false},
+        {"1+:length=0", "true", "", 0, 5, false},
+        {"1+:length=2", "true", "00 20", 0, 5, false},
+        {"1+:length=15", "true", "00 20", 0, 5, false},
+        {"1+:length=17", "true", "00 20", 0, 5, true},
+        {"1+:foreign-id", "true", "", 0, 5, false},
+        {"1+:silent", "false", "", 5, 8, false},
+        {"1+:events=4", "true", "00 20 01 01 40 02 bf", 0, 13, true},
+        {"1+:events=5", "false", "", 0, 13, false},
+        {"1+:commands=5", "false", "", 0, 13, false},
+        {"1+:slow=4000", "true", "00 20 01 01 40 02 bf", 4, 5, true},
+        {"1+:slow=6000", "false", "", 5, 8, false},
+        {"1+:length=272", "true", "00 20 01 01 40 02 bf", 0, 5, true},
+        {"1+:length=273", "RECEIVE_MSG failed: Message too long(src/", "", 0, 5, false},
+        {"1+:type=7", "7eply message has wrong type: ", "", 0, 5, false},
+        {"1+:type=0", "0eply message has wrong type: ", "", 0, 5, false},
+        {"1+:errno=EIO@open", "Open failed: No such file or directory", "ee", 0, 3, false},
+        {"1+:errno=ENODEV@send", "ioctl IPMICTL_SEND_COMMAND failed: No such dev", "", 0, 3, false},
+        {"1+:errno=EINTR@wait", "select failed: Interrupted system call", "", 0, 4, false},
+        {"1+:errno=EIO@receive", "ioctl IPMICTL_RECEIVE_MSG failed: Input/ou", "", 0, 5, false},
     };
     for (const ExchangeCase& one : cases) {
         SCOPED_TRACE(one.fault);
@@ -108,7 +108,7 @@ TEST_F(Transport, endsEveryKindOfExchange) {
         TavIpmi_request_msg msg = deviceIdRequest();
         const unsigned char earlier[] = {0xEE};
         ASSERT_TRUE(msg.storeResponse(earlier));
-        goWrong(1, one.fault);
+        goWrong(one.fault);
         const std::string result = outcome(msg);
         EXPECT_THAT(result, HasSubstr(one.outcome));
         EXPECT_THAT(hex(msg.response()), testing::StartsWith(one.response));

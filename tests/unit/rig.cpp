@@ -114,9 +114,12 @@ std::vector<std::string> Rig::requests() const {
     return lines;
 }
 
-void Rig::goWrong(std::size_t n, const std::string& what) {
-    device.behave();
-    device.misbehave(std::to_string(device.exchangeCount() + n) + what);
+void Rig::goWrong(const std::string& fault) {
+    sim::Fault shifted = sim::parseFault(fault);
+    shifted.first += device.exchangeCount();
+    shifted.last += shifted.last == sim::Fault::always ? 0 : device.exchangeCount();
+    device.misbehave(
+        sim::Misbehaviour{.faults = {shifted}, .failingCall = {}, .raisedSignals = {}});
 }
 
 void Rig::writeFile(const std::string& path, const std::string& content) {

@@ -52,9 +52,9 @@ class Rig : public ::testing::Test {
     /// Exchanges as "netfn/cmd: request bytes" in hex, such as "06/25:" or "2e/e0: d9 7e 00 01
     /// ...".
     std::vector<std::string> requests() const;
-    /// From now on the `n`-th exchange goes wrong in a way such as ":silent", with "+:silent" all
-    /// behind it, too, and no other.
-    void goWrong(std::size_t n, const std::string& what);
+    /// From now on this goes wrong, in the textual form of sim::parseFault(), and nothing else. The
+    /// next exchange has the number 1.
+    void goWrong(const std::string& fault);
     static void writeFile(const std::string& path, const std::string& content);
 
     FakeClock clock;
