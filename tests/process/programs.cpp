@@ -20,6 +20,7 @@
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
@@ -225,7 +226,7 @@ std::unique_lock<std::mutex> Programs::stuckLog() {
 std::vector<std::string> Programs::logTexts() {
     std::vector<std::string> texts;
     for (const LogLine& line : log()) {
-        texts.push_back(line.text);
+        texts.push_back(std::to_string(LOG_PRI(line.priority)) + ": " + line.text);
     }
     return texts;
 }

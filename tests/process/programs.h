@@ -60,6 +60,7 @@ class Programs : public ::testing::Test {
     void clearTrace() const;
     /// Lines of the system log since the test began.
     static std::vector<LogLine> log();
+    /// The same as "LEVEL: TEXT".
     static std::vector<std::string> logTexts();
     /// While the result lives the log is not read, and its queue is full.
     static std::unique_lock<std::mutex> stuckLog();

@@ -147,6 +147,7 @@ TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
     EXPECT_EQ(::getsid(daemon), daemon);
     const std::string process = "/proc/" + std::to_string(daemon);
     EXPECT_EQ(std::filesystem::read_symlink(process + "/cwd"), "/");
+    EXPECT_THAT(contentOf(process + "/status"), HasSubstr("Umask:\t0000\n"));
     for (const char* stream : {"/fd/0", "/fd/1", "/fd/2"}) {
         EXPECT_EQ(std::filesystem::read_symlink(process + stream), "/dev/null");
     }
@@ -170,9 +171,9 @@ TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
 
     std::vector<std::string> texts = logTexts();
     texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
-    EXPECT_THAT(texts,
-                ElementsAre("starting", "Alarm signal received", "Termination signal received",
-                            "unable to remove file: " + pidFile()));
+    EXPECT_THAT(texts, ElementsAre("6: starting", "6: Alarm signal received",
+                                   "6: Termination signal received",
+                                   "3: unable to remove file: " + pidFile()));
     ASSERT_FALSE(log().empty());
     EXPECT_EQ(log()[0].ident, "tav_daemon");
     EXPECT_EQ(log()[0].priority, infoOfLocal5);
@@ -247,27 +248,42 @@ TEST_F(RunMode, anErrorOfTheInventoryEndsTheDaemonWithFailure) {
     EXPECT_THAT(logTexts(), Contains(HasSubstr("if entry for tav0 is already existing.")));
 }
 
-TEST_F(RunMode, aPidFileThatCannotBeWrittenEndsTheStart) {
-    shell("mkdir -p " + root() + "/var/run; ln -s /nowhere/pid " + pidFile());
-    EXPECT_EQ(runSim({}, {}).code(), 1);
-    EXPECT_THAT(endOfChildren(), ElementsAre(1));
-}
-
-TEST_F(RunMode, aFullDiskLeavesNoPidFile) {
-    shell("mkdir -p " + root() + "/var/run; mount -t tmpfs -o size=4k,nr_inodes=3 tmpfs " + root() +
-          "/var/run; head -c 4096 /dev/zero > " + root() + "/var/run/filler");
-    EXPECT_EQ(runSim({}, {}).code(), 1);
-    EXPECT_THAT(endOfChildren(), ElementsAre(1));
-    EXPECT_NE(::access(pidFile().c_str(), F_OK), 0);
-    shell("umount " + root() + "/var/run");
-}
-
-TEST_F(RunMode, aChildOfInitDoesNotBecomeADaemon) {
-    const End end = run({"unshare", "--pid", "--fork", "sh", "-c",
-                         std::string(TAV_SIM) + " --root " + root() + " -- & wait $!"});
-    EXPECT_EQ(end.code(), 1);
+TEST_F(RunMode, aStartThatComesToNothingSaysSo) {
+    const std::string runFolder = root() + "/var/run";
+    const std::string null = root() + "/null";
+    const struct {
+        std::string prepare, cleanUp;
+        int code, daemonsCode;
+        const char* logged;
+    } cases[] = {
+        {"ln -s /nowhere/pid " + pidFile(), "rm " + pidFile(), 1, 1,
+         "3: unable to write the pid file"},
+        {"mount -t tmpfs -o size=4k,nr_inodes=3 tmpfs " + runFolder +
+             "; head -c 4096 /dev/zero > " + runFolder + "/filler",
+         "test $(ls " + runFolder + ") = filler; umount " + runFolder, 1, 1,
+         "3: unable to write the pid file, code 28 (No space left on device)"},
+        // A daemon that is held up: its starter waits three seconds.
+        {"mkfifo " + null + "; mount --bind " + null + " /dev/null", "umount /dev/null", -SIGALRM,
+         -SIGKILL, "6: starting"},
+    };
+    shell("mkdir -p " + runFolder);
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.prepare);
+        shell(one.prepare);
+        EXPECT_EQ(runSim({}, {}).code(), one.code);
+        if (one.daemonsCode == -SIGKILL) {
+            ::kill(anyChild().value(), SIGKILL);
+        }
+        EXPECT_THAT(endOfChildren(), ElementsAre(one.daemonsCode));
+        EXPECT_THAT(logTexts().back(), HasSubstr(one.logged));
+        shell(one.cleanUp);
+    }
+    const End ofInit = run({"unshare", "--pid", "--fork", "sh", "-c",
+                            std::string(TAV_SIM) + " --root " + root() + " -- & wait $!"});
+    EXPECT_EQ(ofInit.code(), 1);
     EXPECT_THAT(logTexts().back(), HasSubstr("run tav_init -n"));
     EXPECT_EQ(contentOf(pidFile()), "");
+    EXPECT_THAT(logTexts().back(), HasSubstr("3: process 1 does not wait for the daemon"));
 }
 
 TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
