@@ -190,7 +190,8 @@ TEST_F(RunMode, aStuckLogHoldsNobodyUp) {
     }
     ::kill(daemon, SIGALRM);
     awaitTrace("Reset Watchdog Timer", 3);
-    EXPECT_THAT(logTexts(), Contains("lines dropped because the system log did not take them: 1"));
+    EXPECT_THAT(logTexts(),
+                Contains("3: lines dropped because the system log did not take them: 1"));
     const auto stuck = stuckLog();
     ::kill(daemon, SIGTERM);
     EXPECT_EQ(await(daemon).code(), 0);
