@@ -160,6 +160,9 @@ expect "terminate mode: as this agent's" 'use +SMS/OS' bmc_view
 expect "foreground: the BMC takes the agent for connected" 'agent +connected' bmc_view
 guest '(tav_init -n; echo $? >/tmp/status) &'
 await "foreground: watchdog armed" 'running +yes' bmc_view
+guest 'date -s "@$(($(date +%s) - 3600))" >/dev/null'
+set_back=$(bmc_log_length)
+await "foreground: goes on when the clock is set back" '^[1-9]' resets_behind "$set_back"
 guest 'kill $(pidof tav_init)'
 await "foreground: ends with 1" '^1$' guest 'cat /tmp/status'
 expect "foreground: watchdog stopped" 'running +no' bmc_view
