@@ -211,6 +211,20 @@ TEST_F(RunMode, aForegroundWithoutItsThreadSaysSo) {
     EXPECT_EQ(await(agent).code(), 1);
 }
 
+TEST_F(RunMode, aLongPassOfTheDaemonLetsItsHeartbeatIn) {
+    shell("for i in $(seq 20); do ip tuntap add tav2$i mode tap;"
+          "ip addr add 10.2.$i.1/24 dev tav2$i; done");
+    const pid_t daemon = startDaemon(
+        {"--machine", "nic", "--watchdog", "240", "--speed", "500", "--fault", "60+:slow=1000"});
+    awaitTrace("Reset Watchdog Timer", 3);
+    const std::string all = trace();
+    const std::string iteration = "read conf_boot_watchdog_enable";
+    EXPECT_LT(all.rfind("Reset Watchdog Timer"), all.find(iteration, all.find(iteration) + 1));
+    shell("for i in $(seq 20); do ip link del tav2$i; done");
+    ::kill(daemon, SIGTERM);
+    EXPECT_EQ(await(daemon).code(), 0);
+}
+
 TEST_F(RunMode, aKilledDaemonBlocksTheNextStart) {
     const pid_t daemon = startDaemon({});
     ::kill(daemon, SIGKILL);
