@@ -170,10 +170,9 @@ TEST_F(Cycle, aChangedAddressIsSeenOrNotByItsPlace) {
         }
         clock.waits.clear();
         exchanges.clear();
-        runThread(19, [changed = std::to_string(one.changed)](std::size_t wait) {
+        runThread(19, [name = "tav" + std::to_string(one.changed)](std::size_t wait) {
             if (wait == 2) {
-                shell("ip addr flush dev tav" + changed + "; ip addr add 10.0.9.9/24 dev tav" +
-                      changed);
+                shell("i=" + name + "; ip addr flush dev $i; ip addr add 10.0.9.9/24 dev $i");
             }
         });
         EXPECT_EQ(slot(static_cast<unsigned>(one.changed)) == "0a 00 09 09", one.seen);
@@ -238,7 +237,7 @@ TEST_F(Cycle, aSlowBmcIsToldOfTheEnd) {
         int seconds;
         bool told;
     } cases[] = {{"50+:slow=100", 2, true},    {"50+:slow=500", 5, true},
-                 {"50+:slow=1000", 10, true},   {"50+:slow=1400", 10, true},
+                 {"50+:slow=1000", 10, true},  {"50+:slow=1400", 10, true},
                  {"50+:slow=4900", 10, false}, {"50+:silent", 10, false}};
     sim::namedMachine("nic").setUp(bmc);
     bmc.confSpace.setText(66, "enabled");
