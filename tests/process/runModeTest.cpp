@@ -67,14 +67,19 @@ TEST_F(RunMode, onceSaysExactlyThisToEveryMachine) {
     }
 }
 
-TEST_F(RunMode, theChassisLearnsThatADaemonEnds) {
-    const pid_t daemon = startDaemon({"--machine", "kestrelbox"});
-    awaitTrace("OS running", 2);
-    ::kill(daemon, SIGTERM);
-    EXPECT_EQ(await(daemon).code(), 0);
-    // The handler reports, and so do the last steps of the cycle.
-    EXPECT_THAT(trace(), HasSubstr("OS shutdown (events: 4)"));
-    EXPECT_THAT(trace(), HasSubstr("platform type                       none"));
+TEST_F(RunMode, chassisAndBmcLearnThatADaemonEnds) {
+    for (const char* slow : {"0", "400"}) {
+        clearTrace();
+        const pid_t daemon = startDaemon({"--machine", "kestrelbox", "--speed", "4", "--fault",
+                                          std::string("50+:slow=") + slow});
+        awaitTrace("OS running", 2);
+        ::kill(daemon, SIGTERM);
+        EXPECT_EQ(await(daemon).code(), 0);
+        // The handler reports, and so do the last steps of the cycle.
+        EXPECT_THAT(trace(), AllOf(HasSubstr("OS shutdown (events: 4)"),
+                                   HasSubstr("platform type                       none"),
+                                   HasSubstr("Agent communication: disconnect")));
+    }
 }
 
 /// From start to end, with the soft watchdog on: foreground and daemon send the same.
@@ -313,8 +318,8 @@ TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
     EXPECT_EQ(await(pid).code(), 0);
 }
 
-/// Five seconds for the exchange under way and one and a half for the rest, five times faster. The
-/// exchanges of the end alone would take four times five seconds.
+/// Ten seconds at the most, five times faster. The exchanges of the end alone would take four times
+/// five seconds.
 TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
     for (const char* mode : {"-n", ""}) {
         clearTrace();
