@@ -15,25 +15,34 @@ class Watchdog : public Rig {
     /// Sets the BMC's timer up as another program would; `bytes` are those of the command.
     void setUp(std::vector<unsigned char> bytes) { bmc.answer(6, 0, 0x24, bytes); }
     void start() { bmc.answer(6, 0, 0x22, {}); }
+    void enable(const char* seconds) {
+        bmc.confSpace.setText(66, "enabled");
+        bmc.confSpace.setText(67, seconds);
+    }
+    /// Get Watchdog Timer: use, actions, interval, expired uses, initial and present countdown.
+    std::string timer() { return hex(bmc.answer(6, 0, 0x25, {})).substr(3); }
 };
+
+using Values = std::array<unsigned, 6>;
+
+/// Action, pre-timeout interrupt, running; interval, initial and present countdown.
+Values valuesOf(const TavIpmiWatchdog& timer) {
+    return {static_cast<unsigned>(timer.getTimeoutAct()),
+            timer.preTimoutIsEnabled() ? 1U : 0U,
+            timer.timerIsRunning() ? 1U : 0U,
+            timer.getPreTimeoutInterval(),
+            timer.getInitCountdownValue(),
+            timer.getCurrentCountdownValue()};
+}
 
 TEST_F(Watchdog, readsTheTimerOfItsUse) {
     setUp({0x84, 0x21, 10, 0x10, 0xB8, 0x0B});
     start();
     clock.now += std::chrono::seconds(30);
-    const TavIpmiWatchdog mine(TavIpmiWatchdog::timer_use_sms_os);
-    EXPECT_TRUE(mine.timerIsRunning());
-    EXPECT_EQ(mine.getInitCountdownValue(), 3000U);
-    EXPECT_EQ(mine.getCurrentCountdownValue(), 2700U);
-    EXPECT_EQ(mine.getPreTimeoutInterval(), 10U);
-    EXPECT_TRUE(mine.preTimoutIsEnabled());
-
-    const TavIpmiWatchdog other(TavIpmiWatchdog::timer_use_os_load);
-    EXPECT_TRUE(other.timerIsRunning());
-    EXPECT_EQ(other.getTimeoutAct(), TavIpmiWatchdog::timeout_action_Hard_Reset);
-    EXPECT_EQ(other.getInitCountdownValue() + other.getCurrentCountdownValue() +
-                  other.getPreTimeoutInterval(),
-              0U);
+    EXPECT_EQ(valuesOf(TavIpmiWatchdog(TavIpmiWatchdog::timer_use_sms_os)),
+              (Values{1, 1, 1, 10, 3000, 2700}));
+    EXPECT_EQ(valuesOf(TavIpmiWatchdog(TavIpmiWatchdog::timer_use_os_load)),
+              (Values{1, 1, 1, 0, 0, 0}));
 }
 
 TEST_F(Watchdog, sendsWhatTheSnapshotHolds) {
@@ -64,18 +73,14 @@ TEST_F(Watchdog, tellsExpiryByTimerUse) {
 }
 
 TEST_F(Watchdog, letsNothingOutWhateverTheBmcDoes) {
-    for (const char* fault : {"1+:errno=ENODEV@open", "1+:silent", "1+:cc=0xC3", "1+:length=8",
-                              "1+:length=0", "1+:errno=EIO@receive"}) {
-        device.behave();
-        setUp({0x04, 0x01, 10, 0, 0xB8, 0x0B});
-        device.misbehave(fault);
+    setUp({0x04, 0x01, 10, 0, 0xB8, 0x0B});
+    for (const std::string fault : {"1+:errno=ENODEV@open", "1+:silent", "1+:cc=0xC3",
+                                    "1+:length=0", "1+:errno=EIO@receive", "1+:length=8"}) {
+        goWrong(fault);
         TavIpmiWatchdog timer(TavIpmiWatchdog::timer_use_sms_os);
-        EXPECT_EQ(timer.getTimeoutAct(), TavIpmiWatchdog::timeout_action_no_action) << fault;
-        EXPECT_EQ(timer.getInitCountdownValue(), 0U) << fault;
-        if (std::string(fault) != "1+:length=8") {
-            EXPECT_FALSE(timer.set(false)) << fault;
-            EXPECT_FALSE(timer.resetTimer()) << fault;
-        }
+        EXPECT_EQ(valuesOf(timer), Values{}) << fault;
+        EXPECT_EQ(timer.set(false), fault == "1+:length=8") << fault;
+        EXPECT_EQ(timer.resetTimer(), fault == "1+:length=8") << fault;
     }
 }
 
@@ -101,69 +106,58 @@ TEST_F(Watchdog, resetTellsWhenTheNextOneIsDue) {
 
 TEST_F(Watchdog, settingsAreBroughtIntoLine) {
     TavServerInfo server(TavServerInfo::run_mode_none);
-    bmc.confSpace.setText(66, "enabled");
-    bmc.confSpace.setText(67, "100");
-    bmc.confSpace.setText(117, "2");
-    EXPECT_TRUE(server.updateWatchdog());
-    EXPECT_TRUE(server.softWatchdogEnabled());
-    EXPECT_EQ(hex(bmc.confSpace.values.at(67)), "f0 00") << "raised to 240 seconds";
-    EXPECT_EQ(hex(bmc.confSpace.values.at(117)), "00");
-    EXPECT_EQ(bmc.watchdog.state().initialCountdown, 2400);
-    EXPECT_EQ(bmc.watchdog.state().action, 0);
-    EXPECT_FALSE(bmc.watchdog.state().running) << "the reset starts it";
-
+    struct {
+        const char *time, *behaviour;
+        const char* settings; // time and behaviour afterwards
+        const char* timer;
+    } cases[] = {{"100", "2", "f0 00; 00", "04 00 00 00 60 09 60 09"}, // 240 seconds at the least
+                 {"600", "0", "58 02; 00", "04 00 00 00 70 17 70 17"},
+                 {"7000", "0", "58 1b; 00", "04 00 00 00 ff ff ff ff"}}; // more than it can hold
+    for (const auto& one : cases) {
+        enable(one.time);
+        bmc.confSpace.setText(117, one.behaviour);
+        EXPECT_TRUE(server.updateWatchdog());
+        EXPECT_TRUE(server.softWatchdogEnabled());
+        EXPECT_EQ(hex(bmc.confSpace.values.at(67)) + "; " + hex(bmc.confSpace.values.at(117)),
+                  one.settings);
+        EXPECT_EQ(timer(), one.timer) << "the reset starts it";
+        exchanges.clear();
+        EXPECT_FALSE(server.updateWatchdog());
+        EXPECT_EQ(exchanges.size(), 7U) << "six variables and the timer are read";
+    }
+    TavServerInfo other(TavServerInfo::run_mode_none);
+    start(); // it fits already
     exchanges.clear();
-    EXPECT_FALSE(server.updateWatchdog());
-    EXPECT_EQ(exchanges.size(), 7U) << "six variables and the timer are read, nothing is written";
-
-    bmc.confSpace.setText(67, "600");
-    EXPECT_TRUE(server.updateWatchdog());
-    EXPECT_EQ(bmc.watchdog.state().initialCountdown, 6000);
-
-    bmc.confSpace.setText(67, "7000"); // more than the timer can hold
-    EXPECT_TRUE(server.updateWatchdog());
-    EXPECT_EQ(bmc.watchdog.state().initialCountdown, 0xFFFF);
-    EXPECT_FALSE(server.updateWatchdog());
+    EXPECT_TRUE(other.updateWatchdog());
+    EXPECT_EQ(exchanges.size(), 7U);
 }
 
 /// Neither at once nor by a heartbeat that is due: it may be another program's, and reset the host.
 TEST_F(Watchdog, aTimerThatIsOffOrCannotBeSetUpIsNotRestarted) {
     const agentSignals::Hold held;
-    for (const char* fault : {"", "8:cc=0xC0", "8:silent", "8:errno=EIO@send"}) {
+    for (const std::string fault : {"8:slow=0", "8:cc=0xC0", "8:silent", "8:errno=EIO@send"}) {
+        SCOPED_TRACE(fault);
+        const bool switchedOff = fault == "8:slow=0";
+        device.behave();
         TavServerInfo server(TavServerInfo::run_mode_none);
-        bmc.confSpace.setText(66, "enabled");
-        bmc.confSpace.setText(67, "300");
+        enable("300");
         server.updateWatchdog();
         TavServerInfo::reset_watchdog(TavIpmiWatchdog::timer_use_sms_os, true);
         EXPECT_EQ(clock.alarms.back(), 150U);
         ::raise(SIGALRM);
         setUp({3, 1, 0, 0, 0, 0});
-        bmc.confSpace.setText(66, *fault == '\0' ? "disabled" : "enabled");
-        device.behave();
-        if (*fault != '\0') {
-            device.misbehave(std::to_string(device.exchangeCount() + 8) + (fault + 1));
-        }
-        EXPECT_TRUE(server.updateWatchdog()) << fault;
-        EXPECT_FALSE(server.softWatchdogEnabled()) << fault;
-        EXPECT_EQ(clock.alarms.back(), 0U) << fault;
+        bmc.confSpace.setText(66, switchedOff ? "disabled" : "enabled");
+        goWrong(fault);
+        EXPECT_TRUE(server.updateWatchdog());
+        EXPECT_FALSE(server.softWatchdogEnabled());
+        EXPECT_EQ(clock.alarms.back(), 0U);
         sigset_t pending;
         ::sigpending(&pending);
-        EXPECT_EQ(sigismember(&pending, SIGALRM), 0) << fault;
+        EXPECT_EQ(sigismember(&pending, SIGALRM), 0);
         device.behave();
-        EXPECT_EQ(server.updateWatchdog(), *fault != '\0') << "the next time it is set up";
-        EXPECT_EQ(bmc.watchdog.state().use, 4);
+        EXPECT_EQ(server.updateWatchdog(), !switchedOff) << "the next time it is set up";
+        EXPECT_EQ(timer().substr(0, 2), "04");
     }
-}
-
-TEST_F(Watchdog, aTimerThatFitsAlreadyIsLeftAlone) {
-    TavServerInfo server(TavServerInfo::run_mode_none);
-    bmc.confSpace.setText(66, "enabled");
-    bmc.confSpace.setText(67, "300");
-    setUp({4, 0, 0, 0, 0xB8, 0x0B});
-    start();
-    exchanges.clear();
-    EXPECT_TRUE(server.updateWatchdog());
-    EXPECT_EQ(exchanges.size(), 7U);
 }
 
 } // namespace
