@@ -1,64 +1,70 @@
+// The simulated BMC, against conversations that are kept as text.
+
+#include "bladeLink.h"
 #include "rig.h"
+#include "vmConnection.h"
+
+#include <fstream>
+#include <sstream>
+
+using sim::Bytes;
 
 namespace {
 
-using sim::Bytes;
-using SimBmc = Rig;
+class SimBmc : public Rig {
+  public:
+    /// `ask` is given the bytes of each line "> BYTES"; it must answer as the next line "< BYTES"
+    /// says. At "+ MILLISECONDS" that much time passes. All else explains.
+    void hold(const std::string& name, const std::function<Bytes(Bytes)>& ask) {
+        std::ifstream lines(TAV_CONVERSATIONS "/" + name);
+        std::string answer;
+        int answers = 0;
+        for (std::string line; std::getline(lines, line);) {
+            std::istringstream words(line.substr(std::min<std::size_t>(line.size(), 1)));
+            if (line.starts_with('>')) {
+                Bytes bytes;
+                for (unsigned byte = 0; words >> std::hex >> byte;) {
+                    bytes.push_back(static_cast<unsigned char>(byte));
+                }
+                answer = hex(ask(bytes));
+            } else if (line.starts_with('<')) {
+                EXPECT_EQ(answer.empty() ? "<" : "< " + answer, line) << "answer " << answers;
+                ++answers;
+            } else if (int milliseconds = 0; line.starts_with('+') && words >> milliseconds) {
+                clock.now += std::chrono::milliseconds(milliseconds);
+            }
+        }
+        EXPECT_GT(answers, 20);
+    }
+};
 
-TEST_F(SimBmc, refusesWhatIsMalformed) {
+TEST_F(SimBmc, answersOrRefuses) {
     EXPECT_EQ(hex(bmc.answer(0x34, 0, 0x40, Bytes{0, 0})), "c1") << "no adapter";
     bmc.fru.emplace().image.resize(300);
-    struct {
-        unsigned char netfn, cmd;
-        Bytes data;
-        const char* code;
-    } cases[] = {
-        {6, 0x77, {}, "c1"},
-        {0x30, 0x18, {}, "c1"},
-        {6, 0x01, {1}, "c7"},
-        {6, 0x22, {}, "80"},
-        {6, 0x24, {4, 0, 0, 0, 1}, "c7"},
-        {0x2E, 0xE0, {0xD9, 0x7E, 0x00, 1, 0, 0x00}, "c7"},
-        {0x2E, 0xE0, {0x01, 0x02, 0x03, 1, 0, 0x00, 0x02}, "cc"},
-        {0x2E, 0xE0, {0xD9, 0x7E, 0x00, 2, 0, 0x0A, 0x02, 5, 1, 2, 3, 4}, "c7"},
-        {0x2E, 0xE0, {0xD9, 0x7E, 0x00, 2, 0, 0x75, 0x00, 1, 3}, "cc"},
-        {0x2E, 0xF5, {0xD9, 0x7E, 0x00, 18}, "c7"},
-        {0x2E, 0xF5, {0xD9, 0x7E, 0x00, 18, 2}, "c9"},
-        {0x34, 0x40, {0}, "c7"},
-        {0x34, 0x40, {1, 0}, "c9"},
-        {0x0A, 0x11, {5, 0, 0}, "c7"},
-        {0x0A, 0x11, {4, 0, 0, 8}, "cb"},
-        {0x0A, 0x11, {5, 0, 0, 241}, "ca"},
-        {0x0A, 0x11, {5, 0x2A, 1, 8}, "00 02 00 00"}, // as many as there are
-        {0x0A, 0x12, {5, 0x2B, 1, 7, 7}, "c9"},
-    };
-    for (const auto& one : cases) {
-        EXPECT_THAT(hex(bmc.answer(one.netfn, 0, one.cmd, one.data)), testing::StartsWith(one.code))
-            << hex(one.data);
-    }
+    hold("simulated-bmc.txt", [this](const Bytes& request) {
+        return bmc.answer(request.at(0), 0, request.at(1), sim::Data(request).subspan(2));
+    });
 }
 
-/// Each step's request to the timer and what the timer says of itself after that much more time.
-TEST_F(SimBmc, watchdogCountsDownAndRecordsItsExpiry) {
-    struct {
-        unsigned char cmd;
-        Bytes data;
-        int milliseconds;
-        const char* state; // of Get Watchdog Timer
-    } steps[] = {
-        {0x24, {4, 0, 0, 0, 100, 0}, 0, "00 04 00 00 00 64 00 64 00"},
-        {0x22, {}, 9900, "00 44 00 00 00 64 00 01 00"},
-        {0x25, {}, 100, "00 04 00 00 10 64 00 00 00"},
-        {0x24, {4, 0, 0, 0x10, 100, 0}, 0, "00 04 00 00 00 64 00 64 00"},
-        {0x22, {}, 0, "00 44 00 00 00 64 00 64 00"},
-        {0x24, {0x44, 0, 0, 0, 50, 0}, 0, "00 44 00 00 00 32 00 32 00"}, // counts on
-        {0x24, {0x04, 0, 0, 0, 50, 0}, 0, "00 04 00 00 00 32 00 32 00"},
-    };
-    for (const auto& one : steps) {
-        EXPECT_THAT(hex(bmc.answer(6, 0, one.cmd, one.data)), testing::StartsWith("00"));
-        clock.now += std::chrono::milliseconds(one.milliseconds);
-        EXPECT_EQ(hex(bmc.answer(6, 0, 0x25, {})), one.state);
-    }
+TEST_F(SimBmc, servesAVirtualMachine) {
+    EXPECT_EQ(hex(sim::VmConnection::greeting()), "ff 01 a1 00 a1 06 a1");
+    bmc.blade.emplace();
+    sim::MessageChannel channel(
+        bmc, [this](const sim::Exchange& exchange) { exchanges.push_back(exchange); });
+    sim::VmConnection connection(channel);
+    EXPECT_EQ(hex(connection.receive(Bytes(100'000, 0))), "") << "a frame that never ends";
+    hold("virtual-machine.txt", [&connection](const Bytes& sent) {
+        Bytes answer;
+        for (const unsigned char byte : sent) {
+            const Bytes output = connection.receive({&byte, 1});
+            answer.insert(answer.end(), output.begin(), output.end());
+        }
+        return answer;
+    });
+    const auto event = std::ranges::find(exchanges, 0x24, &sim::Exchange::slaveAddress);
+    ASSERT_NE(event, exchanges.end());
+    EXPECT_EQ(hex(event->request), "04 c0 31 6f 42 ff ff");
+    EXPECT_EQ(bmc.blade->chassis.statusEvents, 3U);
 }
 
 } // namespace
