@@ -4,9 +4,18 @@
 #include "smbiosImage.h"
 #include "tavSmbios.h"
 
+#include <algorithm>
 #include <stdexcept>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 using tavSmbios::TavSmbios;
+
+/// Reads come in pieces.
+extern "C" ssize_t pread(int fd, void* to, std::size_t length, off_t position) {
+    return ::syscall(SYS_pread64, fd, to, std::min<std::size_t>(length, 3000), position);
+}
 
 namespace {
 
@@ -45,10 +54,36 @@ void lookUpEverything(const TavSmbios& tables) {
     tavSmbios::isKestrelbox(tables);
 }
 
+constexpr std::size_t mebibyte = 0x100000;
+
+/// Physical memory with the table at `tablePlace` and an entry point that says what it likes. A
+/// second one, of an empty table, at the end must never count.
+std::string memory(std::size_t size, std::size_t entryPlace, const sim::SmbiosTablePlace& says,
+                   std::size_t tablePlace = 0xF0040) {
+    sim::Bytes image(size);
+    const auto put = [&image](const sim::Bytes& bytes, std::size_t place) {
+        std::copy_n(bytes.begin(), std::min(bytes.size(), image.size() - place),
+                    image.begin() + static_cast<std::ptrdiff_t>(place));
+    };
+    put(sim::smbiosEntryPoint2({.address = 0x80000}), (size - 32) / 16 * 16);
+    put(sim::smbiosEntryPoint2(says), entryPlace);
+    put(table().bytes(), tablePlace);
+    return sim::memoryFile(image);
+}
+
+sim::SmbiosTablePlace truth(std::uint32_t address = 0xF0040) {
+    return {.address = address, .length = table().bytes().size(), .structures = 5};
+}
+
 class Smbios : public Rig {
   public:
+    void show(const std::string& file, const sim::Bytes& bytes) {
+        writeFile(file, {bytes.begin(), bytes.end()});
+    }
     std::string scratch() const { return paths.pidFile + ".scratch"; }
-    void showMemory(const sim::Bytes& image) { paths.physicalMemory = sim::memoryFile(image); }
+    static unsigned enclosures() {
+        return TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure);
+    }
 };
 
 TEST_F(Smbios, readsEveryFormTheSame) {
@@ -85,38 +120,27 @@ TEST_F(Smbios, thePublishedTablesAreTheSecondChoice) {
     const auto family = [] {
         return systemString(TavSmbios(), &tavSmbios::SMBSystemInformation::family);
     };
-    const auto memory = [](const sim::Bytes& image, std::size_t entryPlace, unsigned address) {
-        const sim::Bytes entry = sim::smbiosEntryPoint2(table(), address);
-        sim::Bytes bytes = image;
-        std::copy(entry.begin(), entry.end(), bytes.begin() + static_cast<long>(entryPlace));
-        return sim::memoryFile(bytes);
-    };
-    sim::Bytes deep = sim::smbiosPhysicalMemory(table());
-    deep[0xF0000] = 0; // no entry point here
-    deep.resize(0x300000);
-    const std::string deepMemory = memory(deep, 0x200000, 0xF0040);
-    struct {
-        std::string memory;
-        std::optional<std::string> alone; // none: an error
-    } cases[] = {{"/proc/self/mem", {}},
-                 {memory(deep, 0xF0000, 0x01000000), {}},
-                 {memory(deep, 0xF0000, 0x00080000), ""},
-                 {memory(deep, 0x200000, 0x00080000), ""},
-                 {deepMemory, "family"}};
+    const std::pair<std::string, std::optional<std::string>> cases[] = {
+        {"/proc/self/mem", {}}, // alone an error
+        {memory(3 * mebibyte, 0xF0000, truth(0x01000000)), {}},
+        {memory(3 * mebibyte, 0xF0000, truth(0x00080000)), ""},
+        {memory(3 * mebibyte, 2 * mebibyte, truth(0x00080000)), ""},
+        {memory(3 * mebibyte, 2 * mebibyte, truth()), "family"}};
     const sim::SmbiosTable other = table("published");
-    for (const auto& one : cases) {
+    for (const auto& [physical, alone] : cases) {
         sim::showSmbios(other, sim::SmbiosForm::none, paths);
-        paths.physicalMemory = one.memory;
-        if (one.alone) {
-            EXPECT_EQ(family(), *one.alone) << one.memory;
+        paths.physicalMemory = physical;
+        if (alone) {
+            EXPECT_EQ(family(), *alone) << physical;
         } else {
-            EXPECT_THROW(TavSmbios(), std::logic_error) << one.memory;
+            EXPECT_THROW(TavSmbios(), std::logic_error) << physical;
         }
         sim::showSmbios(other, sim::SmbiosForm::sysfs3, paths);
-        paths.physicalMemory = one.memory;
-        EXPECT_EQ(family(), "published") << one.memory;
+        paths.physicalMemory = physical;
+        EXPECT_EQ(family(), "published") << physical;
+        EXPECT_EQ(TavSmbios().getEntryPoint().tableLength, other.bytes().size());
         paths.smbiosTable = sim::memoryFile(sim::Bytes(other.bytes().size()));
-        EXPECT_EQ(one.alone ? family() : "", one.alone.value_or("")) << "zeros are no table";
+        EXPECT_EQ(alone ? family() : "", alone.value_or("")) << "zeros are no table";
     }
     const agentSignals::Hold hold;
     EXPECT_EQ(::raise(SIGTERM), 0);
@@ -128,13 +152,9 @@ TEST_F(Smbios, thePublishedTablesAreTheSecondChoice) {
 /// The device of VMware ESXi shows the table right behind its entry point, and may end early.
 TEST_F(Smbios, onEsxiTheDeviceIsReadInOnePiece) {
     kernelName = "VMkernel";
-    sim::Bytes image = sim::smbiosEntryPoint2(table(), 0xDEADBEEF);
-    const sim::SmbiosTable content = table();
-    image.insert(image.end(), content.bytes().begin(), content.bytes().end());
-    paths.esxiSmbios = sim::memoryFile(image);
-    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
-    image.resize(image.size() - 30);
-    paths.esxiSmbios = sim::memoryFile(image);
+    paths.esxiSmbios = memory(0x1000, 0, truth(0xDEADBEEF), 31);
+    EXPECT_EQ(enclosures(), 2U);
+    paths.esxiSmbios = memory(table().bytes().size(), 0, truth(0xDEADBEEF), 31);
     lookUpEverything(TavSmbios());
     EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_EndOfTable), 0U);
     kernelName = "other";
@@ -146,68 +166,54 @@ TEST_F(Smbios, aWrongPublishedEntryPointIsNone) {
     shortened[4] = static_cast<unsigned char>(shortened[4] + shortened[30] + shortened[5] - 30);
     shortened[5] = 30;
     shortened.resize(30);
+    sim::showSmbios(table(), sim::SmbiosForm::sysfs2, paths);
+    paths.smbiosEntryPoint = scratch();
     for (const auto& form :
          {sim::smbiosEntryPoint2(table(), 0), shortened, sim::smbiosEntryPoint3(table(), 0)}) {
-        paths.smbiosTable = sim::memoryFile(table().bytes());
-        paths.smbiosEntryPoint = sim::memoryFile(form);
-        EXPECT_NE(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
-        std::vector<sim::Bytes> wrong{{form.begin(), form.end() - 1}};
+        show(scratch(), form);
+        EXPECT_EQ(enclosures(), 2U);
+        show(scratch(), {form.begin(), form.end() - 1});
+        EXPECT_EQ(enclosures(), 0U);
         for (const std::size_t place : {0U, 5U, 6U, 7U}) {
             for (const int value : {form[place] ^ 0x21, 0}) { // a length of 0, too
-                wrong.push_back(form);
-                wrong.back()[place] = static_cast<unsigned char>(value);
+                sim::Bytes wrong = form;
+                wrong[place] = static_cast<unsigned char>(value);
+                show(scratch(), wrong);
+                EXPECT_EQ(enclosures(), 0U) << place;
             }
-        }
-        for (const sim::Bytes& bytes : wrong) {
-            paths.smbiosEntryPoint = sim::memoryFile(bytes);
-            EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemEnclosure), nullptr);
         }
     }
 }
 
-TEST_F(Smbios, findsAnEntryPointThatReachesIntoTheNextBlock) {
-    sim::Bytes image(std::size_t{3} * 4096);
-    const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 8192);
-    std::copy(entry.begin(), entry.end(), image.begin() + 4080);
-    const sim::SmbiosTable content = table();
-    std::copy(content.bytes().begin(), content.bytes().end(), image.begin() + 8192);
-    showMemory(image);
-    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
-}
-
-TEST_F(Smbios, aTableAboveOneMebibyteIsMapped) {
-    sim::Bytes image = sim::smbiosPhysicalMemory(table());
-    image.resize(0x100000 + 0x800);
-    const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0x100123);
-    std::copy(entry.begin(), entry.end(), image.begin() + 0xF0000);
-    const sim::SmbiosTable content = table();
-    std::copy(content.bytes().begin(), content.bytes().end(), image.begin() + 0x100123);
-    showMemory(image);
-    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_SystemEnclosure), 2U);
-}
-
-/// The entry point's numbers are believed only as far as the file goes.
+/// An entry point is found wherever it lies; its numbers are believed only as far as memory goes.
 TEST_F(Smbios, entryPointsMayLie) {
+    const std::size_t length = table().bytes().size();
     struct {
-        std::uint32_t address;
-        std::uint16_t length, count;
-        bool read;
-    } cases[] = {{0xF0040, 0, 5, true},        {0xF0040, 0xFFFF, 5, false},
-                 {0xF0040, 100, 0xFFFF, true}, {0xF0040, 100, 0, true},
-                 {0xFFFF0, 100, 5, false},     {0x7FFFFFF0, 100, 5, false},
-                 {0xFFFFFFF0, 100, 5, false}};
+        std::size_t size, entryPlace;
+        sim::SmbiosTablePlace says;
+        int enclosures; // -1: an error
+    } cases[] = {
+        {0x3000, 4080, truth(8192), 2}, // it reaches into the next block
+        {mebibyte + 0x123 + length, 0xF0000, truth(mebibyte + 0x123), 2}, // mapped
+        {mebibyte + 0x123 + length - 1, 0xF0000, truth(mebibyte + 0x123), -1},
+        {mebibyte, 0xF0000, {.address = 0xF0040, .length = 0, .structures = 5}, 0},
+        {mebibyte, 0xF0000, {.address = 0xF0040, .length = 0xFFFF, .structures = 5}, -1},
+        {mebibyte, 0xF0000, {.address = 0xF0040, .length = length, .structures = 0xFFFF}, 2},
+        {mebibyte, 0xF0000, {.address = 0xF0040, .length = length, .structures = 0}, 0},
+        {mebibyte, 0xF0000, truth(0xFFFF0), -1},
+        {mebibyte, 0xF0000, truth(0x7FFFFFF0), -1},
+        {mebibyte, 0xF0000, truth(0xFFFFFFF0), -1}};
     for (const auto& one : cases) {
-        sim::Bytes image = sim::smbiosPhysicalMemory(table());
-        const sim::Bytes entry = sim::smbiosEntryPoint2(
-            {.address = one.address, .length = one.length, .structures = one.count});
-        std::copy(entry.begin(), entry.end(), image.begin() + 0xF0000);
-        showMemory(image);
-        if (one.read) {
-            const TavSmbios tables;
-            EXPECT_EQ(tables.getEntryPoint().tableLength, one.length);
-            lookUpEverything(tables);
+        SCOPED_TRACE(one.says.address);
+        const std::size_t tablePlace = std::min<std::size_t>(one.says.address, one.size - 1);
+        paths.physicalMemory = memory(one.size, one.entryPlace, one.says, tablePlace);
+        if (one.enclosures < 0) {
+            EXPECT_THROW(TavSmbios(), std::logic_error);
         } else {
-            EXPECT_THROW(TavSmbios(), std::logic_error) << one.address << " " << one.length;
+            const TavSmbios tables;
+            EXPECT_EQ(tables.getEntryPoint().tableLength, one.says.length);
+            EXPECT_EQ(enclosures(), one.enclosures);
+            lookUpEverything(tables);
         }
     }
 }
@@ -216,14 +222,14 @@ TEST_F(Smbios, entryPointsMayLie) {
 TEST_F(Smbios, survivesEveryCutAndEveryFlip) {
     const sim::Bytes whole = table().bytes();
     sim::showSmbios(table(), sim::SmbiosForm::sysfs2, paths);
+    paths.smbiosTable = scratch();
     for (std::size_t place = 0; place < whole.size(); ++place) {
-        writeFile(scratch(), std::string(whole.begin(), whole.begin() + static_cast<long>(place)));
-        paths.smbiosTable = scratch();
+        show(scratch(), {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(place)});
         lookUpEverything(TavSmbios());
         for (const unsigned char value : sim::Bytes{0, 1, 2, 3, 0x7F, 0xFF}) {
-            std::string flipped(whole.begin(), whole.end());
-            flipped[place] = static_cast<char>(value);
-            writeFile(scratch(), flipped);
+            sim::Bytes flipped = whole;
+            flipped[place] = value;
+            show(scratch(), flipped);
             lookUpEverything(TavSmbios());
         }
     }
@@ -232,6 +238,7 @@ TEST_F(Smbios, survivesEveryCutAndEveryFlip) {
 /// The same for the entry point: a wrong one is none, by either checksum.
 TEST_F(Smbios, survivesEveryEntryPoint) {
     const sim::Bytes entry = sim::smbiosEntryPoint2(table(), 0xF0040);
+    paths.physicalMemory = scratch();
     for (std::size_t place = 0; place < 2 * entry.size(); ++place) {
         sim::Bytes image = sim::smbiosPhysicalMemory(table());
         const std::size_t wrong = place % entry.size();
@@ -240,10 +247,8 @@ TEST_F(Smbios, survivesEveryEntryPoint) {
             image[0xF0004] =
                 static_cast<unsigned char>(image[0xF0004] + entry[wrong] - image[0xF0000 + wrong]);
         }
-        writeFile(scratch(), std::string(image.begin(), image.end()));
-        paths.physicalMemory = scratch();
-        EXPECT_EQ(TavSmbios().getFirstEntry(tavSmbios::smbios_type_SystemInformation), nullptr)
-            << place;
+        show(scratch(), image);
+        EXPECT_EQ(enclosures(), 0U) << place;
     }
 }
 
