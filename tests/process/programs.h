@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -42,6 +43,11 @@ class Programs : public ::testing::Test {
     pid_t startSim(std::vector<std::string> options, const std::vector<std::string>& agent);
     /// Waits for a child to end; one that takes longer than a minute fails the test and is killed.
     End await(pid_t pid);
+    /// Sends the signal and waits.
+    End stop(pid_t pid, int signal = SIGTERM) {
+        ::kill(pid, signal);
+        return await(pid);
+    }
     End run(const std::vector<std::string>& command) { return await(start(command)); }
     End runSim(std::vector<std::string> options, const std::vector<std::string>& agent) {
         return await(startSim(std::move(options), agent));

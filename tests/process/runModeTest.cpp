@@ -73,8 +73,7 @@ TEST_F(RunMode, chassisAndBmcLearnThatADaemonEnds) {
         const pid_t daemon = startDaemon({"--machine", "kestrelbox", "--speed", "4", "--fault",
                                           std::string("50+:slow=") + slow});
         awaitTrace("OS running", 2);
-        ::kill(daemon, SIGTERM);
-        EXPECT_EQ(await(daemon).code(), 0);
+        EXPECT_EQ(stop(daemon).code(), 0);
         // The handler reports, and so do the last steps of the cycle.
         EXPECT_THAT(trace(), AllOf(HasSubstr("OS shutdown (events: 4)"),
                                    HasSubstr("platform type                       none"),
@@ -82,16 +81,20 @@ TEST_F(RunMode, chassisAndBmcLearnThatADaemonEnds) {
     }
 }
 
-/// From start to end, with the soft watchdog on: foreground and daemon send the same.
+/// From start to end: foreground and daemon send the same, and "-n" holds whatever follows.
 TEST_F(RunMode, theLastingModesSayExactlyThis) {
-    for (const bool foreground : {true, false}) {
+    using Words = std::vector<std::string>;
+    const std::tuple<Words, Words, const char*> modes[] = {
+        {{"--watchdog", "300"}, {"-n"}, "lasting"},
+        {{"--watchdog", "300"}, {}, "lasting"},
+        {{}, {"-n", "-s"}, "plain"}};
+    for (const auto& [options, agentOptions, name] : modes) {
         clearTrace();
-        const pid_t agent = foreground ? startSim({"--watchdog", "300"}, {"-n"})
-                                       : startDaemon({"--watchdog", "300"});
+        const bool background = agentOptions.empty();
+        const pid_t agent = background ? startDaemon(options) : startSim(options, agentOptions);
         awaitTrace("= 10.0.0.1");
-        ::kill(agent, SIGTERM);
-        await(agent);
-        EXPECT_EQ(conversation(), kept("lasting"));
+        EXPECT_EQ(stop(agent).code(), background ? 0 : 1);
+        EXPECT_EQ(conversation(), kept(name));
     }
 }
 
@@ -124,21 +127,13 @@ TEST_F(RunMode, foregroundRunsUntilItIsSignalled) {
         awaitTrace("Reset Watchdog Timer", 2);
         ::kill(agent, SIGALRM);
         awaitTrace("Reset Watchdog Timer", 3);
-        ::kill(agent, signal);
-        const End end = await(agent);
+        const End end = stop(agent, signal);
         EXPECT_EQ(end.code(), 1);
         EXPECT_LT(end.took, std::chrono::seconds(2));
         EXPECT_EQ(end.error, "");
         EXPECT_THAT(trace(), HasSubstr("Agent communication: disconnect"));
         EXPECT_THAT(logTexts(), testing::IsEmpty()) << "only the daemon speaks of signals";
     }
-}
-
-TEST_F(RunMode, onceThenForegroundStaysUntilItIsSignalled) {
-    const pid_t agent = startSim({}, {"-n", "-s"});
-    awaitTrace("conf_server_IPAddress1", 3); // read, cleared, written
-    ::kill(agent, SIGTERM);
-    EXPECT_EQ(await(agent).code(), 1);
 }
 
 TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
@@ -166,8 +161,7 @@ TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
     ::kill(daemon, SIGALRM);
     awaitTrace("Reset Watchdog Timer", 2);
     ::kill(daemon, SIGUSR1); // nobody's business any more
-    ::kill(daemon, SIGTERM);
-    const End end = await(daemon);
+    const End end = stop(daemon);
     EXPECT_EQ(end.code(), 0);
     EXPECT_LT(end.took, std::chrono::seconds(2));
     EXPECT_EQ(contentOf(pidFile()), "");
@@ -199,8 +193,7 @@ TEST_F(RunMode, aStuckLogHoldsNobodyUp) {
     EXPECT_THAT(logTexts(),
                 Contains("3: lines dropped because the system log did not take them: 1"));
     const auto stuck = stuckLog();
-    ::kill(daemon, SIGTERM);
-    EXPECT_EQ(await(daemon).code(), 0);
+    EXPECT_EQ(stop(daemon).code(), 0);
 }
 
 TEST_F(RunMode, aForegroundWithoutItsThreadSaysSo) {
@@ -227,36 +220,7 @@ TEST_F(RunMode, aLongPassOfTheDaemonLetsItsHeartbeatIn) {
     const auto second = [&all](const char* text) { return all.find(text, all.find(text) + 1); };
     EXPECT_LT(second("Reset Watchdog Timer"), second("read conf_boot_watchdog_enable"));
     shell("for i in $(seq 20); do ip link del tav2$i; done");
-    ::kill(daemon, SIGTERM);
-    EXPECT_EQ(await(daemon).code(), 0);
-}
-
-TEST_F(RunMode, aKilledDaemonBlocksTheNextStart) {
-    const pid_t daemon = startDaemon({});
-    ::kill(daemon, SIGKILL);
-    EXPECT_EQ(await(daemon).code(), -SIGKILL);
-    const End next = runSim({}, {});
-    EXPECT_EQ(next.code(), 0);
-    EXPECT_THAT(next.error, HasSubstr("already running"));
-    EXPECT_FALSE(anyChild());
-}
-
-TEST_F(RunMode, aPipeWithoutAReaderDoesNotEndTheSimulatedAgent) {
-    const std::string pipe = root() + "/pipe";
-    EXPECT_EQ(run({"sh", "-c",
-                   "mkfifo " + pipe + "; exec 3<>" + pipe + " 4>" + pipe + " 3<&-; exec " +
-                       TAV_SIM + " --root " + root() + " -- -s >&4"})
-                  .code(),
-              0);
-}
-
-TEST_F(RunMode, daemonNoticesANewAddress) {
-    const pid_t daemon = startDaemon({"--speed", "1000"});
-    shell("ip tuntap add tav1 mode tap; ip addr add 10.0.7.7/24 dev tav1");
-    awaitTrace("10.0.7.7");
-    shell("ip link del tav1");
-    ::kill(daemon, SIGINT);
-    EXPECT_EQ(await(daemon).code(), 0);
+    EXPECT_EQ(stop(daemon).code(), 0);
 }
 
 TEST_F(RunMode, anErrorOfTheInventoryEndsTheDaemonWithFailure) {
@@ -315,8 +279,7 @@ TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
     EXPECT_EQ(run({"sh", "-c", "exec " + sim + " -- <&- >&- 2>&-"}).code(), 0);
     const pid_t pid = daemon();
     EXPECT_EQ(contentOf(pidFile()), std::to_string(pid) + "\n");
-    ::kill(pid, SIGTERM);
-    EXPECT_EQ(await(pid).code(), 0);
+    EXPECT_EQ(stop(pid).code(), 0);
 }
 
 /// Ten seconds at the most, five times faster. The exchanges of the end alone would take four times
@@ -334,8 +297,7 @@ TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
             EXPECT_EQ(await(pid).code(), 0);
             pid = daemon();
         }
-        ::kill(pid, SIGTERM);
-        const End end = await(pid);
+        const End end = stop(pid);
         EXPECT_EQ(end.code(), *mode == '\0' ? 0 : 1);
         EXPECT_LT(end.took, std::chrono::seconds(3)) << trace();
     }

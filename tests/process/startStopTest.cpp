@@ -16,8 +16,7 @@ class StartStop : public Programs {
         const pid_t pid = daemon();
         ASSERT_GT(pid, 1);
         ASSERT_EQ(::kill(pid, 0), 0);
-        ::kill(pid, SIGTERM);
-        ASSERT_EQ(await(pid).code(), 0);
+        ASSERT_EQ(stop(pid).code(), 0);
         ASSERT_EQ(contentOf(pidFile()), "");
     }
 };
@@ -78,8 +77,7 @@ TEST_F(StartStop, signalsAtRandomMoments) {
         ASSERT_TRUE(code == 0 || code == 1 || code == -signal) << code;
         while (const auto daemon = anyChild()) {
             ::usleep(moment(random) / 4);
-            ::kill(*daemon, signal);
-            ASSERT_EQ(await(*daemon).code(), 0);
+            ASSERT_EQ(stop(*daemon, signal).code(), 0);
         }
         ASSERT_EQ(contentOf(pidFile()), "");
     }
