@@ -21,12 +21,6 @@ class Blade : public Rig {
         const unsigned char bytes[] = {2, 0, 0, 0, 0, port};
         return MacAddress(bytes);
     }
-    static void reportEverything(const TavBladeInfo& info) {
-        info.setOSStatus(kb_system_status_os_running);
-        info.setOSPlatformInfo(std::string(128, 't'), "r");
-        info.sendIpAddressInfo(IPv4Address(), portMac(1));
-        info.sendIpAddressInfo(IPv6Address(), portMac(1));
-    }
 };
 
 TEST_F(Blade, identityTextsComeFromTheBmc) {
@@ -300,40 +294,6 @@ TEST_F(Blade, platformNamesAreSentInPieces) {
         EXPECT_EQ(sent, pieces) << length;
         EXPECT_EQ(bmc.blade->chassis.platformType.size(), std::min<std::size_t>(length, 127));
         EXPECT_EQ(bmc.blade->chassis.platformRelease.size(), 31U);
-    }
-}
-
-/// Answers of every length: to every command from the start on, and to the reports alone.
-TEST_F(Blade, survivesAnswersOfEveryLength) {
-    for (const char* machine : {"kestrelbox", "old-blade"}) {
-        become(machine);
-        for (unsigned length = 0; length <= 272; ++length) {
-            const std::string fault = "1+:length=" + std::to_string(length);
-            device.behave();
-            const TavBladeInfo sound(TavBladeInfo::unknownSlotNumber, true);
-            goWrong(fault);
-            reportEverything(sound);
-            const TavBladeInfo shaken(TavBladeInfo::unknownSlotNumber, true);
-            EXPECT_TRUE(shaken.isblade());
-            reportEverything(shaken);
-        }
-    }
-}
-
-TEST_F(Blade, letsNoFaultOut) {
-    for (const char* machine : {"kestrelbox", "old-blade"}) {
-        become(machine);
-        for (const char* fault : {":cc=0xC1", ":silent", ":foreign-id", ":errno=EIO@open",
-                                  ":errno=ENODEV@send", ":errno=EIO@receive", "+:cc=0xC1",
-                                  "+:silent", "+:errno=EIO@open", "+:errno=EIO@receive"}) {
-            for (unsigned n = 1, made = 1; n <= made + 1; ++n) {
-                const unsigned before = device.exchangeCount();
-                goWrong(std::to_string(n) + fault);
-                EXPECT_NO_THROW(reportEverything({TavBladeInfo::unknownSlotNumber, true}))
-                    << machine << n << fault;
-                made = device.exchangeCount() - before;
-            }
-        }
     }
 }
 
