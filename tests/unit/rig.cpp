@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,10 @@ const std::thread::id testThread = std::this_thread::get_id();
 const char* kernelName = nullptr;
 
 extern "C" int uname(utsname* buffer) {
+    if (kernelName != nullptr && *kernelName == '\0') {
+        errno = EFAULT;
+        return -1;
+    }
     const long result = ::syscall(SYS_uname, buffer);
     if (kernelName != nullptr) {
         *std::copy_n(kernelName, std::strlen(kernelName), buffer->sysname) = '\0';

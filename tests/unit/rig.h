@@ -67,7 +67,7 @@ class Rig : public ::testing::Test {
     std::vector<LogLine> log;
 };
 
-/// What uname(2) says of the kernel's name; the real one if null.
+/// What uname(2) says of the kernel's name; the real one if null, and nothing if it is empty.
 extern const char* kernelName;
 
 std::string hex(std::span<const unsigned char> bytes);
