@@ -19,7 +19,7 @@ const char* failing = nullptr;
 
 bool fails(const char* call) {
     errno = EFAULT;
-    return failing == std::string_view(call);
+    return failing != nullptr && failing == std::string_view(call);
 }
 
 } // namespace
