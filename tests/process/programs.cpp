@@ -9,8 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <mutex>
-#include <thread>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -31,75 +29,28 @@ int numberAt(const char* text) {
     return static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
-/// Stands in for syslogd: collects what arrives at /dev/log.
-class LogCollector {
-  public:
-    void open() {
-        sockaddr_un address{AF_UNIX, "/dev/log"};
-        fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-            std::perror("/dev/log");
-            std::exit(EXIT_FAILURE);
-        }
-        std::thread([this] { collect(); }).detach();
-    }
-    std::vector<LogLine> lines() {
-        const std::scoped_lock hold(mutex);
-        drain();
-        return received;
-    }
-    /// Until this one cannot be put behind the others any more.
-    std::unique_lock<std::mutex> stall() {
-        std::unique_lock<std::mutex> held(mutex);
-        const sockaddr_un address{AF_UNIX, "/dev/log"};
-        const int writer = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const std::string line = "<14>Nov 22 10:00:00 test: filler";
-        while (::sendto(writer, line.data(), line.size(), MSG_DONTWAIT,
-                        reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0) {
-        }
-        ::close(writer);
-        return held;
-    }
-    void clear() {
-        lines();
-        const std::scoped_lock hold(mutex);
-        received.clear();
-    }
+/// Stands in for syslogd.
+int logSocket = -1;
+std::vector<LogLine> logLines;
+const sockaddr_un logAddress{AF_UNIX, "/dev/log"};
 
-  private:
-    void collect() {
-        for (pollfd readable{fd, POLLIN, 0}; ::poll(&readable, 1, -1) > 0;) {
-            const std::scoped_lock hold(mutex);
-            drain();
-        }
-    }
-    void drain() {
-        std::array<char, 2048> line{};
-        for (ssize_t size = 0;
-             (size = ::recv(fd, line.data(), line.size() - 1, MSG_DONTWAIT)) >= 0;) {
-            line[static_cast<std::size_t>(size)] = '\0';
-            add(line.data());
-        }
-    }
-    /// "<14>Nov 22 10:00:00 IDENT[PID]: TEXT"; without LOG_PID no number.
-    void add(const std::string& line) {
-        const std::size_t stamp = line.find('>') + 1 + std::strlen("Nov 22 10:00:00 ");
-        const std::size_t colon = line.find(": ", stamp);
-        const std::string who = line.substr(stamp, colon - stamp);
-        const std::size_t bracket = who.find('[');
-        received.push_back({numberAt(line.c_str() + 1), who.substr(0, bracket),
-                            bracket == std::string::npos ? 0 : numberAt(&who[bracket + 1]),
-                            line.substr(colon + 2)});
-    }
+/// "<14>Nov 22 10:00:00 IDENT[PID]: TEXT"; without LOG_PID no number.
+LogLine parsed(const std::string& line) {
+    const std::size_t stamp = line.find('>') + 1 + std::strlen("Nov 22 10:00:00 ");
+    const std::size_t colon = line.find(": ", stamp);
+    const std::string who = line.substr(stamp, colon - stamp);
+    const std::size_t bracket = who.find('[');
+    return {numberAt(line.c_str() + 1), who.substr(0, bracket),
+            bracket == std::string::npos ? 0 : numberAt(&who[bracket + 1]), line.substr(colon + 2)};
+}
 
-    int fd = -1;
-    std::mutex mutex;
-    std::vector<LogLine> received;
-};
-
-LogCollector& collector() {
-    static auto* const one = new LogCollector; // its thread outlives main
-    return *one;
+int socketOn(int (*use)(int, const sockaddr*, socklen_t)) {
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (use(fd, reinterpret_cast<const sockaddr*>(&logAddress), sizeof logAddress) != 0) {
+        std::perror(logAddress.sun_path);
+        std::exit(EXIT_FAILURE);
+    }
+    return fd;
 }
 
 /// One from before the program begins: it must not count as a daemon's answer.
@@ -120,6 +71,7 @@ void redirect(const std::string& path, int target) {
 constexpr const char* makeWorld = R"(set -e
 mount --make-rprivate /
 mount -t proc proc /proc
+echo 100 > /proc/sys/net/unix/max_dgram_qlen
 mount -t tmpfs tmpfs /run
 mkdir /run/dev
 mount -t tmpfs tmpfs /run/dev
@@ -142,7 +94,8 @@ int End::code() const {
 
 Programs::Programs() : folder(std::filesystem::temp_directory_path() / "tavXXXXXX") {
     EXPECT_NE(::mkdtemp(folder.data()), nullptr);
-    collector().clear();
+    log();
+    logLines.clear();
 }
 
 Programs::~Programs() {
@@ -191,6 +144,7 @@ End Programs::await(pid_t pid) {
     ::close(ended.fd);
     End end{};
     EXPECT_EQ(::waitpid(pid, &end.status, 0), pid);
+    log(); // before too much waits there
     end.took = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - begin);
     end.error = contentOf(folder + "/stderr");
@@ -228,11 +182,19 @@ void Programs::clearTrace() const {
 }
 
 std::vector<LogLine> Programs::log() {
-    return collector().lines();
+    std::array<char, 2048> line{};
+    for (ssize_t size = 0; (size = ::recv(logSocket, line.data(), line.size(), 0)) >= 0;) {
+        logLines.push_back(parsed({line.data(), static_cast<std::size_t>(size)}));
+    }
+    return logLines;
 }
 
-std::unique_lock<std::mutex> Programs::stuckLog() {
-    return collector().stall();
+void Programs::fillLog() {
+    const int writer = socketOn(::connect);
+    const std::string_view line = "<14>Nov 22 10:00:00 test: filler";
+    while (::write(writer, line.data(), line.size()) >= 0) {
+    }
+    ::close(writer);
 }
 
 std::vector<std::string> Programs::logTexts() {
@@ -261,7 +223,7 @@ int runTests() {
         std::perror("namespaces of its own are needed");
         return EXIT_FAILURE;
     }
-    collector().open();
+    logSocket = socketOn(::bind);
     return RUN_ALL_TESTS();
 }
 

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -68,8 +67,8 @@ class Programs : public ::testing::Test {
     static std::vector<LogLine> log();
     /// The same as "LEVEL: TEXT".
     static std::vector<std::string> logTexts();
-    /// While the result lives the log is not read, and its queue is full.
-    static std::unique_lock<std::mutex> stuckLog();
+    /// Fills the log's queue, which stays so until the next look at the log.
+    static void fillLog();
 
   private:
     std::string folder;
