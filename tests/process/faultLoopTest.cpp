@@ -68,6 +68,28 @@ class FaultLoop : public Programs {
         return usage();
     }
 
+    using CodeOf = std::optional<int>(const Mode& mode, int number, const std::string& what);
+
+    /// Runs every mode with `option` and NUMBER WHAT, for the numbers from 1 to `last` or, when
+    /// that is 0, that of the mode's device calls.
+    void everywhere(const char* option, const std::vector<std::string>& whats, int last,
+                    CodeOf* codeOf) {
+        int points = 0;
+        for (const Mode& mode : modes) {
+            const int numbers = last == 0 ? runOnce(mode, {}, mode.code) : last;
+            for (const std::string& what : whats) {
+                for (int number = 1; number <= numbers; ++number) {
+                    if (const std::optional<int> code = codeOf(mode, number, what)) {
+                        runOnce(mode, {option, std::to_string(number) + what}, *code);
+                        ASSERT_FALSE(HasFailure()) << mode.name << " " << number << what;
+                        ++points;
+                    }
+                }
+            }
+        }
+        std::cout << option << ": " << points << " points\n";
+    }
+
     /// "Device: 21 exchanges, 79 calls (open 8, ...), 0 descriptors open"
     int usage() const {
         const std::string all = trace();
@@ -79,66 +101,41 @@ class FaultLoop : public Programs {
     }
 };
 
+/// The fault comes too early for that mode.
+constexpr std::optional<int> leftOut = std::nullopt;
+
 TEST_F(FaultLoop, failEveryDeviceCall) {
-    int points = 0;
-    for (const Mode& mode : modes) {
-        const int last = runOnce(mode, {}, mode.code);
-        for (const char* lasting : {":", "+:"}) {
-            for (int call = 1; call <= last; ++call) {
-                const std::string fault = std::to_string(call) + lasting + "EIO";
-                const bool forGood = *lasting == '+';
-                const bool identityLost =
-                    call <= identityLastCall && (forGood || call >= identityFirstCall);
-                runOnce(mode, {"--fail-call", fault}, mode.codeWith(identityLost));
-                ASSERT_FALSE(HasFailure()) << mode.name << " " << fault;
-                ++points;
-            }
-        }
-    }
-    std::cout << "device calls failed: " << points << " points\n";
+    everywhere("--fail-call", {":EIO", "+:EIO"}, 0,
+               [](const Mode& mode, int call, const std::string& what) -> std::optional<int> {
+                   const bool forGood = what.starts_with('+');
+                   return mode.codeWith(call <= identityLastCall &&
+                                        (forGood || call >= identityFirstCall));
+               });
 }
 
 TEST_F(FaultLoop, misbehaveAtEveryExchange) {
     constexpr int exchanges = 60; // more than any mode has when nothing goes wrong
-    int points = 0;
-    for (const Mode& mode : modes) {
-        for (const char* what : {":errno=ENODEV@send", ":silent", ":foreign-id", "+:silent"}) {
-            // Without the first variable, read by the fourth exchange, the lasting modes have
-            // nothing to ask the BMC any more and would never come to the ending call.
-            for (int exchange = mode.ends() ? 1 : 5; exchange <= exchanges; ++exchange) {
-                const std::string fault = std::to_string(exchange) + what;
-                const bool forGood = *what == '+';
-                const bool identityLost =
-                    exchange == identityExchange || (forGood && exchange < identityExchange);
-                runOnce(mode, {"--fault", fault}, mode.codeWith(identityLost));
-                ASSERT_FALSE(HasFailure()) << mode.name << " " << fault;
-                ++points;
-            }
-        }
-    }
-    std::cout << "exchanges gone wrong: " << points << " points\n";
+    everywhere("--fault", {":errno=ENODEV@send", ":silent", ":foreign-id", "+:silent"}, exchanges,
+               [](const Mode& mode, int exchange, const std::string& what) -> std::optional<int> {
+                   // Without the first variable, read by the fourth exchange, the lasting modes
+                   // have nothing to ask the BMC any more and would never come to the ending call.
+                   const bool forGood = what.starts_with('+');
+                   return !mode.ends() && exchange < 5
+                              ? leftOut
+                              : mode.codeWith(exchange == identityExchange ||
+                                              (forGood && exchange < identityExchange));
+               });
 }
 
 TEST_F(FaultLoop, signalAtEveryDeviceCall) {
-    int points = 0;
-    for (const Mode& mode : modes) {
-        const int last = runOnce(mode, {}, mode.code);
-        for (const char* signal : {"SIGALRM", "SIGTERM"}) {
-            for (int call = 1; call <= last; ++call) {
-                if (call == endingCall) {
-                    continue; // it has its signal already
-                }
-                // A termination signal counts wherever it comes; before the fork it ends the start.
-                const bool counts =
-                    std::string(signal) == "SIGTERM" && (mode.ends() || call <= callsBeforeFork);
-                const std::string raised = std::to_string(call) + ":" + signal;
-                runOnce(mode, {"--raise-at-call", raised}, counts ? 1 : mode.code);
-                ASSERT_FALSE(HasFailure()) << mode.name << " " << raised;
-                ++points;
-            }
-        }
-    }
-    std::cout << "signals raised: " << points << " points\n";
+    everywhere("--raise-at-call", {":SIGALRM", ":SIGTERM"}, 0,
+               [](const Mode& mode, int call, const std::string& what) -> std::optional<int> {
+                   // A termination signal counts wherever it comes; before the fork it ends the
+                   // start. The ending call has its signal already.
+                   const bool counts =
+                       what == ":SIGTERM" && (mode.ends() || call <= callsBeforeFork);
+                   return call == endingCall ? leftOut : counts ? 1 : mode.code;
+               });
 }
 
 } // namespace
