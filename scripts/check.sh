@@ -81,8 +81,7 @@ build clang --target fuzz_targets
 start_test fuzz ctest --preset clang --tests-regex fuzz
 
 step "clang: warnings and clang-tidy"
-git ls-files '*.cpp' | xargs -P "$(nproc)" -n 4 nice -n 19 clang-tidy-14 -p build/clang --quiet 2>&1 |
-    { grep -v 'warnings generated' || true; }
+scripts/tidy.sh
 
 await_tests
 step "all checks passed$without"

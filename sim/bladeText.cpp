@@ -7,8 +7,6 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t macLength = 6;
-
 template <std::size_t size>
 std::string nameAt(const std::array<const char*, size>& names, unsigned index) {
     return index < size ? names[index] : "number " + std::to_string(index);
@@ -20,7 +18,7 @@ std::string fromZero(const char* what, unsigned number) {
 }
 
 /// The characters up to the terminating zero, if there is one.
-std::string pieceText(Data piece) {
+std::string shownPiece(Data piece) {
     const auto length = std::ranges::find(piece, 0) - piece.begin();
     return quoted(piece.first(static_cast<std::size_t>(length)));
 }
@@ -109,11 +107,11 @@ std::string longTypeAsked(Data request) {
         return hexText(request);
     }
     return fromZero("slot ", request[0] & 0x3FU) + " part " + std::to_string(request[0] >> 6U) +
-           " = " + pieceText(request.subspan(1));
+           " = " + shownPiece(request.subspan(1));
 }
 
 std::string textAsked(Data request) {
-    return request.size() < 2 ? hexText(request) : pieceText(request.subspan(1));
+    return request.size() < 2 ? hexText(request) : shownPiece(request.subspan(1));
 }
 
 std::string eventAsked(Data request) {
@@ -124,7 +122,7 @@ std::string eventAsked(Data request) {
     return osStatusText(request[4] & 0x0FU);
 }
 
-constexpr std::array<CommandText, 15> texts = {{
+constexpr std::array<CommandText, 15> bladeCommands = {{
     {netfn::sensorEvent, command::platformEvent, "Platform Event", eventAsked, toldInHex},
     {netfn::blade, command::getSlotNumber, "Get slot number", hexText, slotTold},
     {netfn::blade, command::getNicMacs, "Get NIC MAC addresses", hexText, macListTold},
@@ -146,7 +144,7 @@ constexpr std::array<CommandText, 15> texts = {{
 } // namespace
 
 std::span<const CommandText> bladeTexts() noexcept {
-    return texts;
+    return bladeCommands;
 }
 
 std::string addressIndexText(unsigned index) {

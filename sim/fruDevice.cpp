@@ -6,8 +6,8 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t readLength = 4;
-constexpr std::size_t writeHeadLength = 3;
+constexpr std::size_t readRequestLength = 4;
+constexpr std::size_t writeRequestHead = 3;
 constexpr unsigned char accessByBytes = 0;
 // More data than this does not fit into a response of the system interface.
 constexpr std::size_t longestRead = 240;
@@ -46,7 +46,7 @@ Reply FruDevice::areaInfo(Data request) const {
 }
 
 Reply FruDevice::read(Data request) const {
-    if (request.size() != readLength) {
+    if (request.size() != readRequestLength) {
         return {completion::requestLengthInvalid};
     }
     if (request[0] != id) {
@@ -67,14 +67,14 @@ Reply FruDevice::read(Data request) const {
 }
 
 Reply FruDevice::write(Data request) {
-    if (request.size() <= writeHeadLength) {
+    if (request.size() <= writeRequestHead) {
         return {completion::requestLengthInvalid};
     }
     if (request[0] != id) {
         return {completion::recordNotPresent};
     }
     const std::size_t offset = offsetOf(request);
-    const Data data = request.subspan(writeHeadLength);
+    const Data data = request.subspan(writeRequestHead);
     if (offset + data.size() > image.size()) {
         return {completion::parameterOutOfRange};
     }

@@ -43,7 +43,7 @@ std::string countTold(Data request, Data response) {
                                 : toldInHex(request, response);
 }
 
-constexpr std::array<CommandText, 4> texts = {{
+constexpr std::array<CommandText, 4> fruCommands = {{
     {netfn::adapter, command::getAdapterFru, "Get adapter FRU", hexText, deviceTold},
     {netfn::storage, command::getFruAreaInfo, "Get FRU area info", hexText, toldInHex},
     {netfn::storage, command::readFruData, "Read FRU data", readAsked, readTold},
@@ -53,7 +53,7 @@ constexpr std::array<CommandText, 4> texts = {{
 } // namespace
 
 std::span<const CommandText> fruTexts() noexcept {
-    return texts;
+    return fruCommands;
 }
 
 } // namespace sim

@@ -12,8 +12,6 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t macLength = 6;
-
 std::string indented(unsigned depth, const std::string& text) {
     return std::string(2 + 2 * std::size_t{depth}, ' ') + text + "\n";
 }

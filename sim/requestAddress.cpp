@@ -7,7 +7,7 @@ namespace sim {
 
 namespace {
 
-constexpr short busChannel = 0;
+constexpr short ipmbChannel = 0;
 constexpr unsigned char highestLun = 3;
 
 static_assert(sizeof(ipmi_system_interface_addr) <= addressRoom);
@@ -34,7 +34,7 @@ int takeBmc(const ipmi_system_interface_addr& address, Exchange& exchange) {
 int takeBus(const ipmi_ipmb_addr& address, Exchange& exchange) {
     exchange.slaveAddress = address.slave_addr;
     exchange.lun = address.lun;
-    return address.channel == busChannel && address.lun <= highestLun ? 0 : EINVAL;
+    return address.channel == ipmbChannel && address.lun <= highestLun ? 0 : EINVAL;
 }
 
 } // namespace
@@ -57,7 +57,7 @@ int takeAddress(const ipmi_req& request, Exchange& exchange) noexcept {
 void giveAddress(const Exchange& exchange, ipmi_recv& record) noexcept {
     if (exchange.addressType == IPMI_IPMB_ADDR_TYPE) {
         writeAddress(
-            ipmi_ipmb_addr{IPMI_IPMB_ADDR_TYPE, busChannel, exchange.slaveAddress, exchange.lun},
+            ipmi_ipmb_addr{IPMI_IPMB_ADDR_TYPE, ipmbChannel, exchange.slaveAddress, exchange.lun},
             record);
         return;
     }

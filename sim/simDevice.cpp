@@ -51,7 +51,7 @@ void subtract(timeval& budget, microseconds passed) {
     budget.tv_usec = left % perSecond;
 }
 
-microseconds duration(const timeval& budget) {
+microseconds spanOf(const timeval& budget) {
     return std::chrono::seconds(budget.tv_sec) + microseconds(budget.tv_usec);
 }
 
@@ -132,7 +132,7 @@ int SimDevice::wait(int fd, fd_set& readable, timeval& budget) noexcept {
         if (readyIn && *readyIn <= microseconds::zero()) {
             return 1;
         }
-        const microseconds left = duration(budget);
+        const microseconds left = spanOf(budget);
         if (left <= microseconds::zero()) {
             FD_ZERO(&readable);
             return 0;

@@ -20,6 +20,7 @@ std::string quoted(Data characters);
 
 /// An IPv4 address of 4 bytes or an IPv6 address of 16, others in hexadecimal.
 std::string addressText(Data address);
+inline constexpr std::size_t macLength = 6;
 /// "02:00:00:00:00:01"
 std::string macText(Data mac);
 
