@@ -61,7 +61,7 @@ Reply FruDevice::read(Data request) const {
         return {completion::cannotReturnThatMany};
     }
     const Data there = Data(image).subspan(offset, std::min(count, image.size() - offset));
-    Bytes data{static_cast<unsigned char>(there.size())};
+    Bytes data{static_cast<unsigned char>(static_cast<int>(there.size()) + countError)};
     data.insert(data.end(), there.begin(), there.end());
     return {completion::success, data};
 }

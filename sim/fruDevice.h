@@ -9,6 +9,8 @@ class FruDevice {
   public:
     Bytes image; ///< as long as the device has room
     unsigned char id = 5;
+    /// Added to the count that an answer to a read gives of its bytes.
+    int countError = 0;
 
     /// The maker's Get Mezz: which FRU device the adapters are described in.
     Reply adapter(Data request) const;

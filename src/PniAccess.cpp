@@ -61,7 +61,7 @@ void PniAccess::findDevice(const TavIpmi& ipmi) {
     TavIpmi_request_msg msg(tavIpmi::ipmi_netfn_req_oem_2, tavIpmi::ipmi_oemcmd_get_mezz,
                             recordBytes(request));
     TavGetMezzRspData response;
-    if (exchange(ipmi, msg, response)) {
+    if (exchange(ipmi, msg, response, offsetof(TavGetMezzRspData, accessType))) {
         pniInfoCache.deviceId = response.fruDeviceId;
         pniInfoCache.fruSize = response.fruSize;
         return;

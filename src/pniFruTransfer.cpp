@@ -46,9 +46,8 @@ PniErrorCodes PniAccess::readFru(const TavIpmi& ipmi, unsigned short offset, int
                                 recordBytes(request));
         TavFruReadRspData response;
         constexpr std::size_t head = offsetof(TavFruReadRspData, rdData);
-        const std::size_t needed = head + static_cast<std::size_t>(chunk);
-        if (!exchange(ipmi, msg, response, needed) ||
-            response.rdCount > msg.response().size() - head) {
+        // What was asked for counts, not what the answer says of itself.
+        if (!exchange(ipmi, msg, response, head + static_cast<std::size_t>(chunk))) {
             return false;
         }
         std::copy_n(response.rdData, chunk, buf + position);

@@ -149,7 +149,9 @@ void TavBladeInfo::readMacTable(const TavIpmi& ipmi) {
         TavIpmi_request_msg msg =
             bladeRequest(tavIpmi::ipmi_oemcmd_get_lan_info, recordBytes(request));
         TavGetLANInfoRespData response;
-        const bool whole = exchange(ipmi, msg, response);
+        // Nobody needs the place of the port: a BMC may leave it out.
+        const bool whole =
+            exchange(ipmi, msg, response, offsetof(TavGetLANInfoRespData, quadrant_module_port));
         if (whole) {
             total = response.number_of_lan_ports;
             if (response.parameter.status != 0) {
@@ -191,7 +193,10 @@ bool TavBladeInfo::getMMBNetworkInfo() noexcept {
         const TavIpmi ipmi(1, 0, TavIpmi::ipmiSystemInterface);
         TavIpmi_request_msg msg = bladeRequest(tavIpmi::ipmi_oemcmd_get_ipv6_address_capability);
         TavGetMMBIpv6AddressCapabilityRespData capability;
-        mmbIpv6Capable = exchange(ipmi, msg, capability) && capability.mmb_lan_port.mmb != 0;
+        constexpr std::size_t needed =
+            offsetof(TavGetMMBIpv6AddressCapabilityRespData, cb_lan_port);
+        mmbIpv6Capable =
+            exchange(ipmi, msg, capability, needed) && capability.mmb_lan_port.mmb != 0;
         readMMBIpv4(ipmi);
         readMMBIpv6(ipmi);
         readSecondMMBMac(ipmi);

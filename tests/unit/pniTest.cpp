@@ -155,6 +155,7 @@ sim::PortInformation mixedRecord(unsigned format) {
 TEST_F(Pni, findsModulesPortsAndFunctionsInEveryFormat) {
     for (const unsigned format : {10U, 11U, 12U}) {
         put(mixedRecord(format));
+        bmc.fru->countError = static_cast<int>(format) - 11; // what came counts
         const PniAccess access;
         ASSERT_TRUE(access.usable());
         EXPECT_EQ(access.layout().formatVersion, format);
@@ -273,8 +274,10 @@ TEST_F(Pni, withoutADeviceThereIsNothingToSay) {
     put(portsOf({nic(1)}));
     goWrong(1, "cc=0xC3");
     EXPECT_THAT(refusal(), HasSubstr("Error: IPMI access has failed. (Return code: c3("));
-    goWrong(1, "length=4");
+    goWrong(1, "length=3");
     EXPECT_THAT(refusal(), HasSubstr("Error: IPMI access has failed. (src/"));
+    goWrong(1, "length=4");
+    EXPECT_EQ(refusal(), "") << "how it is accessed is not asked";
     EXPECT_TRUE(log.empty());
     goWrong(2, "errno=EIO@send");
     PniAccess access;
