@@ -1,9 +1,9 @@
 // The cost of one exchange: device calls, heap blocks, time.
 
-#include "agentClock.h"
 #include "benchPaths.h"
 #include "hostPaths.h"
 #include "ipmiDevice.h"
+#include "stillClock.h"
 #include "tavIpmi.h"
 
 #include <atomic>
@@ -34,6 +34,7 @@ class InstantDevice final : public IpmiDevice {
         std::memset(record.msg.data, 0, 16);
         return count(0);
     }
+    int lock(int /*fd*/) noexcept override { return count(0); }
     int close(int /*fd*/) noexcept override { return count(0); }
 
     unsigned long calls{0};
@@ -44,19 +45,6 @@ class InstantDevice final : public IpmiDevice {
         return result;
     }
     long msgid{0};
-};
-
-class StillClock final : public AgentClock {
-  public:
-    std::chrono::milliseconds monotonic() noexcept override { return {}; }
-    int waitForSignal(unsigned /*seconds*/, const sigset_t& /*mask*/) noexcept override {
-        return 0;
-    }
-    int waitForCondition(pthread_cond_t& /*condition*/, pthread_mutex_t& /*mutex*/,
-                         unsigned /*seconds*/) noexcept override {
-        return 0;
-    }
-    void alarm(unsigned /*seconds*/) noexcept override {}
 };
 
 InstantDevice device;
@@ -85,7 +73,7 @@ IpmiDevice& ipmiDevice() noexcept {
     return device;
 }
 AgentClock& agentClock() noexcept {
-    static StillClock clock;
+    static sim::StillClock clock;
     return clock;
 }
 HostPaths& benchPaths() noexcept {

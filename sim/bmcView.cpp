@@ -84,8 +84,10 @@ std::string bmcView(const Bmc& bmc) {
 std::string usageText(const SimDevice& device) {
     std::string kinds;
     for (int call = 0; const char* const name : deviceCallNames) {
-        kinds += (kinds.empty() ? "" : ", ") + std::string(name) + " " +
-                 std::to_string(device.callCount(static_cast<DeviceCall>(call++)));
+        const unsigned long count = device.callCount(static_cast<DeviceCall>(call++));
+        if (count != 0) {
+            kinds += (kinds.empty() ? "" : ", ") + std::string(name) + " " + std::to_string(count);
+        }
     }
     return "Device: " + std::to_string(device.exchangeCount()) + " exchanges, " +
            std::to_string(device.callCount()) + " calls (" + kinds + "), " +

@@ -12,8 +12,10 @@ enum class DeviceCall {
     wait,
     receive,
     close,
+    lock, // belongs to no exchange
 };
-inline constexpr const char* deviceCallNames[] = {"open", "send", "wait", "receive", "close"};
+inline constexpr const char* deviceCallNames[] = {"open",    "send",  "wait",
+                                                  "receive", "close", "lock"};
 
 /// One request at the device and what came of it. A failed open of the device node is one too:
 /// without a request, its `failedCall` says so.

@@ -13,6 +13,7 @@ class SimClock final : public AgentClock {
     int waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override;
     int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                          unsigned seconds) noexcept override;
+    void pause(std::chrono::milliseconds span) noexcept override { sleep(span); }
     void alarm(unsigned seconds) noexcept override;
 
     /// False when a signal cut it short.

@@ -115,6 +115,11 @@ int SimDevice::receive(int fd, ipmi_recv& record) noexcept {
     });
 }
 
+int SimDevice::lock(int fd) noexcept {
+    return performOn(fd, DeviceCall::lock,
+                     [&](Descriptor& locking, int error) { return lockNode(locking, error); });
+}
+
 int SimDevice::close(int fd) noexcept {
     return performOn(fd, DeviceCall::close, [&](Descriptor& closing, int error) {
         return closeDescriptor(fd, closing, error);
@@ -211,6 +216,21 @@ int SimDevice::receiveRecord(Descriptor& receiver, ipmi_recv& destination, int s
         return fail(receiver, DeviceCall::receive, error);
     }
     deliver(receiver, destination);
+    return 0;
+}
+
+/// As flock(2) has it: the node is one descriptor's at a time, which may lock it again.
+int SimDevice::lockNode(Descriptor& locking, int scheduledError) {
+    if (const int error = misbehaviour.errorOf(DeviceCall::lock, exchanges + 1, scheduledError)) {
+        return -error;
+    }
+    const bool taken = std::ranges::any_of(descriptors, [&](const auto& other) {
+        return other.second.locked && &other.second != &locking;
+    });
+    if (taken) {
+        return -EWOULDBLOCK;
+    }
+    locking.locked = true;
     return 0;
 }
 

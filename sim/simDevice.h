@@ -29,6 +29,7 @@ class SimDevice final : public IpmiDevice {
     int send(int fd, ipmi_req& request) noexcept override;
     int wait(int fd, fd_set& readable, timeval& budget) noexcept override;
     int receive(int fd, ipmi_recv& record) noexcept override;
+    int lock(int fd) noexcept override;
     int close(int fd) noexcept override;
 
     /// `observer_` is called inside the device: it must not use it.
@@ -67,6 +68,7 @@ class SimDevice final : public IpmiDevice {
         std::deque<Record> records;
         Exchange exchange;
         bool pending = false; // the outcome of `exchange` is not known yet
+        bool locked = false;
     };
 
     struct Readiness {
@@ -85,6 +87,7 @@ class SimDevice final : public IpmiDevice {
     int sendRequest(Descriptor& sender, const ipmi_req& request, int scheduledError);
     Readiness look(int fd, const fd_set& readable, int scheduledError);
     int receiveRecord(Descriptor& receiver, ipmi_recv& destination, int scheduledError);
+    int lockNode(Descriptor& locking, int scheduledError);
     int closeDescriptor(int fd, Descriptor& closing, int scheduledError);
 
     int lowestUnused() const;

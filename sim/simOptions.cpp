@@ -63,7 +63,7 @@ Misbehaviour:
       commands=COUNT     incoming commands before the answer
       type=NUMBER        a record of this receive type before the answer
       slow=MS            answer after this time
-      errno=NAME@CALL    open, send, wait, receive or close fails, for example EIO@send
+      errno=NAME@CALL    open, send, wait, receive, close or lock fails, for example EIO@send
   --fail-call N:ERRNO  device call N of all fails; N+: it and all that follow
   --raise-at-call N:SIGNAL
                        the process gets SIGNAL when it makes device call N; repeatable

@@ -25,6 +25,9 @@ class AgentClock {
     /// wall clock does not change the wait. Returns its result (ETIMEDOUT when nobody signalled).
     virtual int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                                  unsigned seconds) noexcept = 0;
+    /// clock_nanosleep(2) on the monotonic clock, as short as it may turn out: whoever waits for
+    /// something counts its tries.
+    virtual void pause(std::chrono::milliseconds span) noexcept = 0;
     /// alarm(2): SIGALRM after `seconds`; 0 cancels a pending one.
     virtual void alarm(unsigned seconds) noexcept = 0;
 };

@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@ class KernelIpmiDevice final : public IpmiDevice {
     int receive(int fd, ipmi_recv& record) noexcept override {
         return ::ioctl(fd, IPMICTL_RECEIVE_MSG, &record);
     }
+    int lock(int fd) noexcept override { return ::flock(fd, LOCK_EX | LOCK_NB); }
     int close(int fd) noexcept override { return ::close(fd); }
 };
 
@@ -44,6 +46,12 @@ class SystemClock final : public AgentClock {
         ::clock_gettime(CLOCK_MONOTONIC, &deadline);
         deadline.tv_sec += static_cast<time_t>(seconds);
         return ::pthread_cond_clockwait(&condition, &mutex, CLOCK_MONOTONIC, &deadline);
+    }
+    void pause(std::chrono::milliseconds span) noexcept override {
+        const auto whole = std::chrono::floor<std::chrono::seconds>(span);
+        const std::chrono::nanoseconds rest = span - whole;
+        const timespec time{whole.count(), rest.count()};
+        ::clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr);
     }
     void alarm(unsigned seconds) noexcept override { ::alarm(seconds); }
 };

@@ -23,6 +23,9 @@ class IpmiDevice {
     virtual int wait(int fd, fd_set& readable, timeval& budget) noexcept = 0;
     /// IPMICTL_RECEIVE_MSG: takes one record; one that does not fit fails with EMSGSIZE.
     virtual int receive(int fd, ipmi_recv& record) noexcept = 0;
+    /// flock(2), exclusive and without waiting: fails with EWOULDBLOCK while another descriptor of
+    /// the node, of whatever program, has the lock. Closing releases it.
+    virtual int lock(int fd) noexcept = 0;
     virtual int close(int fd) noexcept = 0;
 };
 

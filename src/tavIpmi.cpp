@@ -137,7 +137,7 @@ bool Farewell::over() noexcept {
     return patience.budget() == milliseconds{0};
 }
 
-unsigned int TavIpmi::msgId_seed = static_cast<unsigned int>(std::time(nullptr));
+std::atomic<unsigned int> TavIpmi::msgId_seed = static_cast<unsigned int>(std::time(nullptr));
 
 TavIpmi::TavIpmi(unsigned char lun_, unsigned char slave_addr_, IpmiAddressType addrType) {
     openDevice();
@@ -196,7 +196,14 @@ void TavIpmi::setTarget(unsigned char lun, unsigned char slaveAddress, IpmiAddre
 }
 
 int TavIpmi::getMsgId() noexcept {
-    return rand_r(&msgId_seed);
+    unsigned int seed = msgId_seed; // a step that threads make both only repeats an id
+    const int id = rand_r(&seed);
+    msgId_seed = seed;
+    return id;
+}
+
+bool TavIpmi::tryLock() const noexcept {
+    return ipmiDevice().lock(fd) == 0;
 }
 
 bool TavIpmi::sendCmd(TavIpmi_request_msg& msg) const {

@@ -2,6 +2,7 @@
 
 #include "tavIpmiCmd.h"
 
+#include <atomic>
 #include <chrono>
 
 #include <linux/ipmi.h>
@@ -35,6 +36,9 @@ class TavIpmi {
     /// stored when it was empty or answered another id), false when none came: the BMC has 5
     /// seconds in all. Throws TavIpmiError when a system call fails.
     bool sendCmd(TavIpmi_request_msg& msg) const;
+    /// Has the device to itself, as far as other programs ask for that, until it is closed. False
+    /// with errno set when that fails, with EWOULDBLOCK when another one has it.
+    bool tryLock() const noexcept;
 
   private:
     void openDevice();
@@ -51,7 +55,7 @@ class TavIpmi {
     [[maybe_unused]] ipmi_lan_addr lan_addr{}; ///< never filled: LAN addressing is refused
     unsigned char* ipmiAddr{nullptr};
     unsigned int ipmiAddrLen{0};
-    static unsigned int msgId_seed;
+    static std::atomic<unsigned int> msgId_seed;
 };
 
 /// While one lives, exchanges rewrite a record that would be left torn if they stopped: an end that

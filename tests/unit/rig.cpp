@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <thread>
 
 #include <arpa/inet.h>
@@ -61,6 +62,8 @@ void sysLog(int priority, const char* format, ...) noexcept {
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is not seen through
     EXPECT_GE(std::vsnprintf(text.data(), text.size(), format, arguments), 0);
     va_end(arguments);
+    static std::mutex mutex;
+    const std::lock_guard held(mutex);
     rig->log.push_back({priority, text.data()});
     if (std::this_thread::get_id() != testThread) {
         rig->news.release();

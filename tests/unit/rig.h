@@ -22,6 +22,7 @@ class FakeClock final : public AgentClock {
     int waitForSignal(unsigned seconds, const sigset_t& mask) noexcept override;
     int waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
                          unsigned seconds) noexcept override;
+    void pause(std::chrono::milliseconds span) noexcept override { onPause(span); }
     void alarm(unsigned seconds) noexcept override { alarms.push_back(seconds); }
 
     void pass(std::chrono::microseconds span) {
@@ -34,6 +35,7 @@ class FakeClock final : public AgentClock {
     std::vector<unsigned> waits;
     /// Called in each wait on a condition; gives its result, but after 0 the wait is a real one.
     std::function<int()> onWait = [] { return 0; };
+    std::function<void(std::chrono::milliseconds)> onPause = [this](auto span) { pass(span); };
 };
 
 /// The agent's seams for one test: a fake clock, a simulated BMC, host files in a folder of their
