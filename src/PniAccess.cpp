@@ -3,6 +3,7 @@
 #include "PniAccess.h"
 
 #include "pniLayout.h"
+#include "pniLock.h"
 #include "sysLog.h"
 
 #include <cstdio>
@@ -47,13 +48,52 @@ std::string refusal(unsigned char completionCode) {
 
 PniAccess::PniAccess() {
     try {
-        const TavIpmi ipmi(0, 0, TavIpmi::ipmiSystemInterface);
-        findDevice(ipmi);
-        readLayout(ipmi);
+        discover();
+        if (layoutOutdated) {
+            noteBusy();
+        }
     } catch (const tavIpmi::TavIpmiError& error) {
         sysLog(LOG_ERR, "IPMI access has failed.");
         sysLog(LOG_ERR, "%s", error.what());
     }
+}
+
+/// What another agent is just rewriting looks unsound, and would be left alone for good.
+void PniAccess::discover() {
+    const TavIpmi ipmi(0, 0, TavIpmi::ipmiSystemInterface);
+    findDevice(ipmi);
+    layoutOutdated = !lockPniRecord(ipmi);
+    if (!layoutOutdated) {
+        readLayout(ipmi);
+    }
+}
+
+bool PniAccess::renew() noexcept {
+    if (!layoutOutdated) {
+        return false;
+    }
+    try {
+        PniAccess fresh{Unread{}};
+        fresh.discover();
+        if (!fresh.usable()) {
+            return false;
+        }
+        *this = fresh;
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void PniAccess::noteChange() noexcept {
+    layoutOutdated = true;
+    sysLog(LOG_INFO, "Another program has changed the NIC ports' record; it is read anew before "
+                     "anything is written to it");
+}
+
+void PniAccess::noteBusy() noexcept {
+    layoutOutdated = true;
+    sysLog(LOG_ERR, "Another program keeps the NIC ports' record to itself; it is not updated now");
 }
 
 void PniAccess::findDevice(const TavIpmi& ipmi) {

@@ -8,6 +8,7 @@
 #include "tavError.h"
 #include "tavIpmi.h"
 
+#include <functional>
 #include <list>
 #include <optional>
 #include <string>
@@ -36,7 +37,8 @@ class PniAccess {
   public:
     /// Finds the FRU and reads the record's layout. Throws PniAccessError for a record that is not
     /// there or not sound, and std::runtime_error when the BMC has no such device. An error of the
-    /// transport is logged and leaves the object unusable.
+    /// transport is logged and leaves the object unusable; so does another program that keeps the
+    /// record to itself, but then it is outdated and can be renewed.
     PniAccess();
     virtual ~PniAccess() = default;
 
@@ -47,11 +49,18 @@ class PniAccess {
     /// Whether there is a FRU, too: number 0 is the BMC's own, which holds no ports.
     bool usable() const noexcept { return pniInfoCache.deviceId != 0 && *this; }
     const PniInfoCache& layout() const noexcept { return pniInfoCache; }
+    /// Another program has changed the record since its layout was read, or has it now. Nothing is
+    /// written any more with this layout.
+    bool outdated() const noexcept { return layoutOutdated; }
+    /// Reads an outdated layout anew. False, and all as it was, when it is not outdated or cannot
+    /// be read now; nothing is logged.
+    bool renew() noexcept;
     /// Index of the module with this id, -1 if there is none.
     int getModuleIndex(unsigned char moduleId) const noexcept;
 
     // Ports' addresses. Each opens the device for itself and lets nothing out; an error of the
-    // transport is logged and ends the operation.
+    // transport is logged and ends the operation. Agents take turns: those that write have the
+    // record to themselves meanwhile (see lockPniRecord()).
     /// Number of NIC port functions, 0 if unusable.
     unsigned getNumberOfMacAddresses() const noexcept;
     /// Active MAC address of the n-th NIC port function, from 0; all zero if it cannot be read.
@@ -61,8 +70,9 @@ class PniAccess {
     bool setIpv4Address(const MacAddress& mac, const IPv4Address& address) noexcept;
     /// The same for the IPv6 addresses. A port holds 15; further ones are dropped with a log line.
     bool setIpv6Address(const MacAddress& mac, const std::list<IPv6Address>& addresses) noexcept;
-    /// Empties the address lists of all NIC ports. False if one could not be written.
-    bool clearIpAddressData() noexcept;
+    /// Empties the address lists of all NIC ports. False if one could not be written. `between`,
+    /// which must not throw, is called between two ports, where nothing is under way.
+    bool clearIpAddressData(const std::function<void()>& between = {}) noexcept;
 
     // The operations from here on throw TavIpmiError when a system call fails.
 
@@ -90,8 +100,9 @@ class PniAccess {
                                          unsigned char* out) const;
     /// Replaces the first `len` bytes of the specific part and keeps the record's checksums right.
     /// If it is too short it grows, by a multiple of 4 bytes, and all that follows in the record
-    /// moves up; pni_parameter_err, and nothing changed, when the FRU has no room for that. Not
-    /// begun any more once the end of the agent is requested (pni_misc_err).
+    /// moves up; pni_parameter_err, and nothing changed, when the FRU has no room for that, and
+    /// pni_format_err when the record does not end where it did. Not begun any more once the layout
+    /// is outdated or the end of the agent is requested (pni_misc_err).
     PniErrorCodes writePortFnSpecificArea(const tavIpmi::TavIpmi& ipmi, unsigned char module,
                                           unsigned char port, unsigned char fn, int len,
                                           const unsigned char* data);
@@ -114,12 +125,23 @@ class PniAccess {
         unsigned char fn;
     };
 
+    /// An object without layout, for renew().
+    struct Unread {};
+    explicit PniAccess(Unread /*unread*/) noexcept {}
+
+    void discover();
     void findDevice(const tavIpmi::TavIpmi& ipmi);
     void readLayout(const tavIpmi::TavIpmi& ipmi);
     void findRecord(const tavIpmi::TavIpmi& ipmi);
     void readBody(const tavIpmi::TavIpmi& ipmi, const OemPniMultirecordHeader& header);
 
     const PniInfoCache::PortFn* portFnAt(PortFnIndex index) const noexcept;
+    bool asInLayout(PortFnIndex index, const PniPortfnCommon& common) const;
+    PniErrorCodes compareEnd(const tavIpmi::TavIpmi& ipmi);
+    bool writable() const noexcept { return usable() && !layoutOutdated; }
+    void noteChange() noexcept;
+    void noteBusy() noexcept;
+
     PniErrorCodes growPortFn(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, int delta);
     PniErrorCodes lengthenPortFn(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, unsigned units);
     PniErrorCodes lengthenRecord(const tavIpmi::TavIpmi& ipmi, unsigned units);
@@ -127,12 +149,15 @@ class PniAccess {
                                ByteView bytes);
     void shiftLayout(PortFnIndex grown, std::uint16_t delta) noexcept;
 
-    bool readNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic) const;
+    bool readNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic);
     bool readNicArea(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic) const;
     bool writeNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, const PniPortfnNic& nic);
+    bool clearNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index);
     std::optional<PortFnIndex> findNic(const tavIpmi::TavIpmi& ipmi, const MacAddress& mac,
-                                       PniPortfnNic& nic) const;
+                                       PniPortfnNic& nic);
 
+    template <typename Operation>
+    std::optional<bool> updateRecord(Operation operation) noexcept;
     template <typename Predicate>
     std::optional<PortFnIndex> firstNicPortFn(Predicate wanted) const;
 
@@ -153,4 +178,6 @@ class PniAccess {
     PniInfoCache pniInfoCache{};
     /// FRU offset of the record's end: behind the last module there may be more of it.
     unsigned recordEnd{0};
+    bool layoutOutdated{false};
+    bool hadTurn{false}; ///< locked the record before
 };

@@ -1,10 +1,14 @@
 // The addresses in the NIC ports' records.
 
 #include "PniAccess.h"
+#include "agentClock.h"
+#include "agentSignals.h"
+#include "pniLock.h"
 #include "sysLog.h"
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 using tavIpmi::TavIpmi;
 
@@ -107,10 +111,19 @@ MacAddress PniAccess::getMacAddress(int n) const noexcept {
     });
 }
 
-/// The layout may say NIC from an earlier day: the record is asked again.
-bool PniAccess::readNic(const TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic) const {
-    return getPortFunctionType(ipmi, index.module, index.port, index.fn) == "NIC" &&
-           readNicArea(ipmi, index, nic);
+/// For an update: nothing is read for one that would not begin any more. The layout may be from an
+/// earlier day, so the record is asked again.
+bool PniAccess::readNic(const TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic) {
+    PniPortfnCommon common;
+    if (layoutOutdated || agentSignals::endRequested() ||
+        readPortFnCommonArea(ipmi, index.module, index.port, index.fn, &common) != pni_success) {
+        return false;
+    }
+    if (!asInLayout(index, common)) {
+        noteChange();
+        return false;
+    }
+    return readNicArea(ipmi, index, nic);
 }
 
 bool PniAccess::readNicArea(const TavIpmi& ipmi, PortFnIndex index, PniPortfnNic& nic) const {
@@ -134,53 +147,87 @@ bool PniAccess::writeNic(const TavIpmi& ipmi, PortFnIndex index, const PniPortfn
 
 /// The first port function with this MAC address, and what it holds.
 std::optional<PniAccess::PortFnIndex> PniAccess::findNic(const TavIpmi& ipmi, const MacAddress& mac,
-                                                         PniPortfnNic& nic) const {
+                                                         PniPortfnNic& nic) {
     return firstNicPortFn([&](PortFnIndex index) {
         return readNic(ipmi, index, nic) &&
                (MacAddress(nic.activeMACAddr) == mac || MacAddress(nic.mfgMACAddr) == mac);
     });
 }
 
+/// Runs `operation` on a connection of its own, with the record locked. Gives its result, false
+/// when the record must not be written, and nothing when an error of the transport, or the end of
+/// the agent, ended it.
+template <typename Operation>
+std::optional<bool> PniAccess::updateRecord(Operation operation) noexcept {
+    if (!writable()) {
+        return false;
+    }
+    if (agentSignals::endRequested()) {
+        return std::nullopt;
+    }
+    if (std::exchange(hadTurn, true)) {
+        agentClock().pause(pniLockTurn);
+    }
+    return connected(std::optional<bool>(), [&](const TavIpmi& ipmi) -> std::optional<bool> {
+        if (!lockPniRecord(ipmi)) {
+            noteBusy();
+            return false;
+        }
+        return operation(ipmi);
+    });
+}
+
 bool PniAccess::setIpv4Address(const MacAddress& mac, const IPv4Address& address) noexcept {
-    return usable() && connected(false, [&](const TavIpmi& ipmi) {
-               PniPortfnNic nic;
-               const auto index = findNic(ipmi, mac, nic);
-               if (!index) {
-                   return false;
-               }
-               const unsigned count = nic.numIpAddress.ipv4;
-               if (count == maxAddresses ||
-                   (count > 0 && std::ranges::equal(address.v, firstIpv4(nic)))) {
-                   return true;
-               }
-               replaceIpv4(nic, address);
-               return writeNic(ipmi, *index, nic);
-           });
+    const auto done = updateRecord([&](const TavIpmi& ipmi) {
+        PniPortfnNic nic;
+        const auto index = findNic(ipmi, mac, nic);
+        if (!index) {
+            return false;
+        }
+        const unsigned count = nic.numIpAddress.ipv4;
+        if (count == maxAddresses || (count > 0 && std::ranges::equal(address.v, firstIpv4(nic)))) {
+            return true;
+        }
+        replaceIpv4(nic, address);
+        return writeNic(ipmi, *index, nic);
+    });
+    return done.value_or(false);
 }
 
 bool PniAccess::setIpv6Address(const MacAddress& mac,
                                const std::list<IPv6Address>& addresses) noexcept {
-    return usable() && connected(false, [&](const TavIpmi& ipmi) {
-               PniPortfnNic nic;
-               const auto index = findNic(ipmi, mac, nic);
-               if (!index) {
-                   return false;
-               }
-               replaceIpv6(nic, addresses);
-               return writeNic(ipmi, *index, nic);
-           });
+    const auto done = updateRecord([&](const TavIpmi& ipmi) {
+        PniPortfnNic nic;
+        const auto index = findNic(ipmi, mac, nic);
+        if (!index) {
+            return false;
+        }
+        replaceIpv6(nic, addresses);
+        return writeNic(ipmi, *index, nic);
+    });
+    return done.value_or(false);
 }
 
-bool PniAccess::clearIpAddressData() noexcept {
-    return !usable() || connected(true, [this](const TavIpmi& ipmi) {
-        const auto failed = firstNicPortFn([&](PortFnIndex index) {
-            PniPortfnNic nic;
-            if (!readNic(ipmi, index, nic)) {
-                return false;
-            }
-            nic.numIpAddress = {};
-            return !writeNic(ipmi, index, nic);
-        });
-        return !failed;
+/// A function that cannot be read is passed over.
+bool PniAccess::clearNic(const TavIpmi& ipmi, PortFnIndex index) {
+    PniPortfnNic nic;
+    if (!readNic(ipmi, index, nic)) {
+        return !layoutOutdated;
+    }
+    nic.numIpAddress = {};
+    return writeNic(ipmi, index, nic);
+}
+
+/// The record is unlocked between two ports: with a slow BMC each takes long enough.
+bool PniAccess::clearIpAddressData(const std::function<void()>& between) noexcept {
+    std::optional<bool> cleared = true;
+    bool first = true;
+    firstNicPortFn([&](PortFnIndex index) {
+        if (!std::exchange(first, false) && between) {
+            between();
+        }
+        cleared = updateRecord([&](const TavIpmi& ipmi) { return clearNic(ipmi, index); });
+        return !cleared.value_or(false);
     });
+    return cleared.value_or(true);
 }

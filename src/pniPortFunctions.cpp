@@ -102,7 +102,7 @@ PniErrorCodes PniAccess::writePortFnSpecificArea(const TavIpmi& ipmi, unsigned c
         return pni_parameter_err;
     }
     // Once the end is requested there is little time left: no update begins any more.
-    if (agentSignals::endRequested()) {
+    if (!writable() || agentSignals::endRequested()) {
         return pni_misc_err;
     }
     const tavIpmi::RecordUpdate update;
@@ -117,11 +117,36 @@ PniErrorCodes PniAccess::writePortFnSpecificArea(const TavIpmi& ipmi, unsigned c
                         {data, static_cast<std::size_t>(len)});
 }
 
+/// Whether the function begins with what the layout was read from.
+bool PniAccess::asInLayout(PortFnIndex index, const PniPortfnCommon& common) const {
+    const PniInfoCache::PortFn& portFn = *portFnAt(index);
+    const std::string type =
+        portFnType(pniInfoCache.formatVersion, recordBytes(common, portFn.commonSize));
+    return common.pfId.id == index.fn && common.totalRecordLen * sizeUnit == portFn.totalSize &&
+           common.commonAreaLen == portFn.commonSize &&
+           techTypeStringToEnum(type.c_str()) == portFn.techType;
+}
+
+/// What is to be moved reaches to the record's end, wherever that is by now.
+PniErrorCodes PniAccess::compareEnd(const TavIpmi& ipmi) {
+    OemPniMultirecordHeader header;
+    const PniErrorCodes result = readFruRecord(ipmi, pniInfoCache.pniHdrOffset, header);
+    if (result == pni_success &&
+        pniInfoCache.commonOffset + unsigned{header.recordLength} != recordEnd) {
+        noteChange();
+        return pni_format_err;
+    }
+    return result;
+}
+
 PniErrorCodes PniAccess::growPortFn(const TavIpmi& ipmi, PortFnIndex index, int delta) {
     const PniInfoCache::PortFn& portFn = *portFnAt(index);
     if (delta % sizeUnit != 0 || portFn.totalSize + delta > maxTotalSize ||
         delta > pniInfoCache.fruSize - static_cast<int>(recordEnd)) {
         return pni_parameter_err;
+    }
+    if (const PniErrorCodes result = compareEnd(ipmi); result != pni_success) {
+        return result;
     }
     const auto units = static_cast<unsigned>(delta / sizeUnit);
     const unsigned end = portFn.fruOffset + unsigned{portFn.totalSize};

@@ -193,6 +193,10 @@ void TavServerInfo::setInfo() {
         pTavBladeInfo->setOSPlatformInfo(productName, release);
         pTavBladeInfo->setOSStatus(kb_system_status_os_running);
     }
+    // Another program has been at the NIC ports' record: what was pushed may not be there.
+    if (pPniAccess && pPniAccess->renew()) {
+        pTavIpData.reset();
+    }
     std::unique_ptr<tavIp::TavIp> fresh(new (std::nothrow) tavIp::TavIp);
     if (!fresh) {
         sysLog(LOG_ERR, "TavServerInfo::setInfo()  new(nothrow)TavIp failed.");

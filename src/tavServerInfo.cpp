@@ -92,7 +92,7 @@ void TavServerInfo::readHostIdentity() {
 void TavServerInfo::openPortInformation() {
     try {
         pPniAccess.reset(new (std::nothrow) PniAccess);
-        if (pPniAccess && !pPniAccess->usable()) {
+        if (pPniAccess && !pPniAccess->usable() && !pPniAccess->outdated()) {
             sysLog(LOG_ERR, "TavServerInfo::TavServerInfo No access to PNI");
             pPniAccess.reset();
         }
