@@ -8,6 +8,7 @@
 #include "tavError.h"
 #include "tavIpmi.h"
 
+#include <array>
 #include <functional>
 #include <list>
 #include <optional>
@@ -60,7 +61,8 @@ class PniAccess {
 
     // Ports' addresses. Each opens the device for itself and lets nothing out; an error of the
     // transport is logged and ends the operation. Agents take turns: those that write have the
-    // record to themselves meanwhile (see lockPniRecord()).
+    // record to themselves meanwhile (see lockPniRecord()). After a write of an update has failed
+    // behind its first one nothing is written any more, for good.
     /// Number of NIC port functions, 0 if unusable.
     unsigned getNumberOfMacAddresses() const noexcept;
     /// Active MAC address of the n-th NIC port function, from 0; all zero if it cannot be read.
@@ -102,7 +104,8 @@ class PniAccess {
     /// If it is too short it grows, by a multiple of 4 bytes, and all that follows in the record
     /// moves up; pni_parameter_err, and nothing changed, when the FRU has no room for that, and
     /// pni_format_err when the record does not end where it did. Not begun any more once the layout
-    /// is outdated or the end of the agent is requested (pni_misc_err).
+    /// is outdated, an update was left half done or the end of the agent is requested
+    /// (pni_misc_err).
     PniErrorCodes writePortFnSpecificArea(const tavIpmi::TavIpmi& ipmi, unsigned char module,
                                           unsigned char port, unsigned char fn, int len,
                                           const unsigned char* data);
@@ -138,10 +141,13 @@ class PniAccess {
     const PniInfoCache::PortFn* portFnAt(PortFnIndex index) const noexcept;
     bool asInLayout(PortFnIndex index, const PniPortfnCommon& common) const;
     PniErrorCodes compareEnd(const tavIpmi::TavIpmi& ipmi);
-    bool writable() const noexcept { return usable() && !layoutOutdated; }
+    bool writable() const noexcept { return usable() && !layoutOutdated && !leftAlone; }
     void noteChange() noexcept;
     void noteBusy() noexcept;
+    void noteFailure(const char* transfer, unsigned offset, ByteView response) const noexcept;
+    void leaveAlone(PortFnIndex index, const char* what) noexcept;
 
+    PniErrorCodes rewritePortFn(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, ByteView data);
     PniErrorCodes growPortFn(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, int delta);
     PniErrorCodes lengthenPortFn(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, unsigned units);
     PniErrorCodes lengthenRecord(const tavIpmi::TavIpmi& ipmi, unsigned units);
@@ -179,5 +185,8 @@ class PniAccess {
     /// FRU offset of the record's end: behind the last module there may be more of it.
     unsigned recordEnd{0};
     bool layoutOutdated{false};
-    bool hadTurn{false}; ///< locked the record before
+    bool hadTurn{false};                    ///< locked the record before
+    bool written{false};                    ///< the update under way may have changed the FRU
+    bool leftAlone{false};                  ///< an update was left half done
+    mutable std::array<char, 80> failure{}; ///< what the last transfer that failed was
 };

@@ -3,6 +3,7 @@
 #include "PniAccess.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <new>
 #include <numeric>
@@ -34,7 +35,48 @@ PniErrorCodes inChunks(unsigned short offset, int count, Transfer transfer) {
     return pni_success;
 }
 
+/// Whether a write with this completion code may have been carried out: BMC or driver lost the
+/// outcome. The driver gives the last one when the BMC went silent half-way.
+bool outcomeUnknown(unsigned char completionCode) {
+    return completionCode == tavIpmi::ipmi_cc_timeout ||
+           completionCode == tavIpmi::ipmi_cc_no_cmd_response ||
+           completionCode == tavIpmi::ipmi_cc_unspecific_error;
+}
+
+/// Notes at the end of a write, however that comes, that the FRU may have changed: unless the
+/// driver did not take the request, or the BMC refused it.
+class WriteWatch {
+  public:
+    WriteWatch(const TavIpmi& ipmi_, const TavIpmi_request_msg& msg_, bool& written_) noexcept :
+        ipmi(ipmi_), msg(msg_), written(written_) {}
+    ~WriteWatch() {
+        const ByteView answer = msg.response();
+        const bool refused = !answer.empty() && answer[0] != tavIpmi::ipmi_cc_normally_cc &&
+                             !outcomeUnknown(answer[0]);
+        written = written || (ipmi.requestTaken() && !refused);
+    }
+    WriteWatch(const WriteWatch&) = delete;
+    WriteWatch& operator=(const WriteWatch&) = delete;
+
+  private:
+    const TavIpmi& ipmi;
+    const TavIpmi_request_msg& msg;
+    bool& written;
+};
+
 } // namespace
+
+void PniAccess::noteFailure(const char* transfer, unsigned offset,
+                            ByteView response) const noexcept {
+    if (response.empty()) {
+        static_cast<void>(std::snprintf(failure.data(), failure.size(),
+                                        "%s at FRU offset %u: no answer", transfer, offset));
+    } else {
+        static_cast<void>(std::snprintf(failure.data(), failure.size(),
+                                        "%s at FRU offset %u: answer %02x of %zu bytes", transfer,
+                                        offset, unsigned{response[0]}, response.size()));
+    }
+}
 
 PniErrorCodes PniAccess::readFru(const TavIpmi& ipmi, unsigned short offset, int count,
                                  unsigned char* buf) const {
@@ -48,6 +90,7 @@ PniErrorCodes PniAccess::readFru(const TavIpmi& ipmi, unsigned short offset, int
         constexpr std::size_t head = offsetof(TavFruReadRspData, rdData);
         // What was asked for counts, not what the answer says of itself.
         if (!exchange(ipmi, msg, response, head + static_cast<std::size_t>(chunk))) {
+            noteFailure("read", place, msg.response());
             return false;
         }
         std::copy_n(response.rdData, chunk, buf + position);
@@ -63,7 +106,12 @@ PniErrorCodes PniAccess::writeFru(const TavIpmi& ipmi, unsigned short offset, in
         constexpr std::size_t head = offsetof(TavFruWriteReqData, wrData);
         TavIpmi_request_msg msg(tavIpmi::ipmi_netfn_req_storage, tavIpmi::ipmi_cmd_write_fru_data,
                                 recordBytes(request, head + static_cast<std::size_t>(chunk)));
-        return exchange(ipmi, msg);
+        const WriteWatch watch(ipmi, msg, written);
+        if (!exchange(ipmi, msg)) {
+            noteFailure("write", place, msg.response());
+            return false;
+        }
+        return true;
     });
 }
 

@@ -3,6 +3,7 @@
 #include "PniAccess.h"
 #include "agentSignals.h"
 #include "pniLayout.h"
+#include "sysLog.h"
 
 #include <algorithm>
 #include <memory>
@@ -97,8 +98,7 @@ PniErrorCodes PniAccess::writePortFnSpecificArea(const TavIpmi& ipmi, unsigned c
                                                  unsigned char port, unsigned char fn, int len,
                                                  const unsigned char* data) {
     const PortFnIndex index{module, port, fn};
-    const PniInfoCache::PortFn* const portFn = portFnAt(index);
-    if (portFn == nullptr || len < 0) {
+    if (portFnAt(index) == nullptr || len < 0) {
         return pni_parameter_err;
     }
     // Once the end is requested there is little time left: no update begins any more.
@@ -106,15 +106,43 @@ PniErrorCodes PniAccess::writePortFnSpecificArea(const TavIpmi& ipmi, unsigned c
         return pni_misc_err;
     }
     const tavIpmi::RecordUpdate update;
-    const int oldLength = std::min(len, specificLength(*portFn));
-    if (len > oldLength) {
-        const PniErrorCodes result = growPortFn(ipmi, index, len - oldLength);
+    written = false;
+    try {
+        const PniErrorCodes result =
+            rewritePortFn(ipmi, index, {data, static_cast<std::size_t>(len)});
+        if (result != pni_success && written) {
+            leaveAlone(index, result == pni_memory_err ? "out of memory" : failure.data());
+        }
+        return result;
+    } catch (const std::exception& error) {
+        if (written) {
+            leaveAlone(index, error.what());
+        }
+        throw;
+    }
+}
+
+/// Offsets and checksums of a record that is half rewritten are anybody's guess: a further update
+/// would destroy what is still right.
+void PniAccess::leaveAlone(PortFnIndex index, const char* what) noexcept {
+    leftAlone = true;
+    sysLog(LOG_ERR,
+           "The NIC ports' record is left alone until the agent is restarted: an update of module "
+           "%u, port %u, function %u failed half-way: %s",
+           unsigned{index.module}, unsigned{index.port}, unsigned{index.fn}, what);
+}
+
+PniErrorCodes PniAccess::rewritePortFn(const TavIpmi& ipmi, PortFnIndex index, ByteView data) {
+    const PniInfoCache::PortFn& portFn = *portFnAt(index);
+    const int length = static_cast<int>(data.size());
+    const int oldLength = std::min(length, specificLength(portFn));
+    if (length > oldLength) {
+        const PniErrorCodes result = growPortFn(ipmi, index, length - oldLength);
         if (result != pni_success) {
             return result;
         }
     }
-    return replaceBytes(ipmi, specificOffset(*portFn), oldLength,
-                        {data, static_cast<std::size_t>(len)});
+    return replaceBytes(ipmi, specificOffset(portFn), oldLength, data);
 }
 
 /// Whether the function begins with what the layout was read from.

@@ -207,12 +207,14 @@ bool TavIpmi::tryLock() const noexcept {
 }
 
 bool TavIpmi::sendCmd(TavIpmi_request_msg& msg) const {
+    taken = false;
     if (fd == -1) {
         return false;
     }
     msg.dropResponse();
     const int id = getMsgId();
     sendRequest(msg, id);
+    taken = true;
     return awaitResponse(msg, id);
 }
 

@@ -36,6 +36,8 @@ class TavIpmi {
     /// stored when it was empty or answered another id), false when none came: the BMC has 5
     /// seconds in all. Throws TavIpmiError when a system call fails.
     bool sendCmd(TavIpmi_request_msg& msg) const;
+    /// Whether the driver took the request of the last exchange, however that ended.
+    bool requestTaken() const noexcept { return taken; }
     /// Has the device to itself, as far as other programs ask for that, until it is closed. False
     /// with errno set when that fails, with EWOULDBLOCK when another one has it.
     bool tryLock() const noexcept;
@@ -55,6 +57,7 @@ class TavIpmi {
     [[maybe_unused]] ipmi_lan_addr lan_addr{}; ///< never filled: LAN addressing is refused
     unsigned char* ipmiAddr{nullptr};
     unsigned int ipmiAddrLen{0};
+    mutable bool taken{false};
     static std::atomic<unsigned int> msgId_seed;
 };
 

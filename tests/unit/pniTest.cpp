@@ -426,31 +426,47 @@ TEST_F(Pni, clearsEveryNic) {
     expectInStep(access);
 }
 
-/// Whatever fails on the way: an error, and an object that goes on.
+/// Whatever fails on the way: an error, and an object that goes on; but behind the first write that
+/// may have been carried out nothing more is.
 TEST_F(Pni, everyRequestOfAGrowthMayFail) {
     put(mixedRecord(11));
     const sim::Bytes sound = image();
-    PniAccess first;
-    exchanges.clear();
-    ASSERT_TRUE(first.setIpv6Address(mac(1), addresses6(15)));
-    const std::size_t count = exchanges.size();
-    for (const char* fault : {"cc=0xC0", "silent", "errno=EIO@send", "length=1"}) {
-        for (std::size_t n = 1; n <= count; ++n) {
+    const auto isWrite = [](const auto& one) { return one.cmd == sim::command::writeFruData; };
+    const std::pair<const char*, bool> cases[] = {
+        // And whether a write may have been carried out then.
+        {":cc=0xC0", false},        {":cc=0xC3", true},  {":cc=0xCE", true},
+        {":cc=0xFF", true},         {":silent", true},   {":foreign-id", true},
+        {":errno=EIO@send", false}, {":length=1", true}, {":errno=EIO@receive", true}};
+    for (const auto& [fault, carriedOut] : cases) {
+        bool reached = true;
+        for (std::size_t n = 1; reached; ++n) {
             device.behave();
             image() = sound;
             PniAccess access;
             const auto before = numbersOf(access.layout());
             exchanges.clear();
-            goWrong(std::to_string(n) + ":" + fault);
+            log.clear();
+            goWrong(std::to_string(n) + fault);
             const bool written = access.setIpv6Address(mac(1), addresses6(15));
-            const bool isWrite = exchanges.back().cmd == 0x12;
-            EXPECT_EQ(written, isWrite && fault == std::string("length=1")) << fault << n;
-            // The layout has moved on only if the header has.
-            const sim::Bytes& now = image();
-            const bool lengthened = now[header + 2] != sound[header + 2];
-            EXPECT_EQ(numbersOf(access.layout()) == before, !lengthened) << fault << n;
+            const bool lastIsWrite = isWrite(exchanges.back());
+            reached = n <= exchanges.size();
+            EXPECT_EQ(written, !reached || (isWrite(exchanges[n - 1]) && fault[1] == 'l'));
+            const auto writes = std::ranges::count_if(exchanges, isWrite);
+            const bool torn = !written && writes > (lastIsWrite && !carriedOut ? 1 : 0);
+            // The layout has moved on only if the header has, as far as that is known.
+            const bool lengthened = image()[header + 2] != sound[header + 2];
+            EXPECT_TRUE(torn || (numbersOf(access.layout()) == before) != lengthened);
+            const std::string line = std::string("module 0, port 0, function 0 failed half-way: ") +
+                                     (fault[1] == 'e' ? "Error: ioctl"
+                                      : lastIsWrite   ? "write at FRU"
+                                                      : "read at FRU");
+            EXPECT_EQ(!log.empty() && log[0].text.find(line) != line.npos, torn) << fault << n;
             device.behave();
-            access.clearIpAddressData();
+            exchanges.clear();
+            EXPECT_EQ(access.clearIpAddressData(), !torn) << fault << n;
+            EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1, sound.data()),
+                      torn ? pni_misc_err : pni_success);
+            EXPECT_EQ(exchanges.empty(), torn) << fault << n;
         }
     }
 }
