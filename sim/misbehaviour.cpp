@@ -15,6 +15,7 @@ namespace {
 using Halves = std::pair<std::string_view, std::string_view>;
 
 constexpr long highestNumber = std::numeric_limits<int>::max();
+constexpr long longestAnswer = 1024;
 
 struct FaultWord {
     const char* word;
@@ -27,7 +28,7 @@ struct FaultWord {
 constexpr std::array<FaultWord, 8> faultWords = {{
     {"cc", FaultKind::completionCode, true, 0, 0xFF},
     {"silent", FaultKind::silent, false, 0, 0},
-    {"length", FaultKind::length, true, 0, 1024},
+    {"length", FaultKind::length, true, 0, longestAnswer},
     {"foreign-id", FaultKind::foreignId, false, 0, 0},
     {"events", FaultKind::events, true, 1, 1000},
     {"commands", FaultKind::commands, true, 1, 1000},
@@ -77,10 +78,24 @@ void parseDeviceError(std::string_view text, Fault& fault) {
     fault.call = parseDeviceCall(call);
 }
 
+void parseBytes(std::string_view text, Fault& fault) {
+    const auto [digits, place] = split(text, '@');
+    fault.kind = FaultKind::bytes;
+    fault.value = static_cast<int>(parseNumber(place, 0, longestAnswer));
+    for (std::size_t done = 0; done < digits.size(); done += 2) {
+        const std::string byte = "0x" + std::string(digits.substr(done, 2));
+        fault.bytes.push_back(static_cast<unsigned char>(parseNumber(byte, 0, 0xFF)));
+    }
+}
+
 void parseWhat(std::string_view text, Fault& fault) {
     const auto [word, argument] = split(text, '=');
     if (word == "errno") {
         parseDeviceError(argument, fault);
+        return;
+    }
+    if (word == "bytes") {
+        parseBytes(argument, fault);
         return;
     }
     const auto* const found = std::ranges::find(faultWords, word, &FaultWord::word);

@@ -11,6 +11,7 @@ enum class FaultKind {
     completionCode, // the request is refused with completion code `value`
     silent,         // the request is lost: no answer
     length,         // the answer is cut or filled up to `value` bytes, completion code included
+    bytes,          // the answer has `bytes` from place `value` on, whatever its length was
     foreignId,      // the answer carries another message id
     events,         // `value` asynchronous events come before the answer
     commands,       // `value` incoming commands come before the answer
@@ -28,6 +29,7 @@ struct Fault {
     FaultKind kind = FaultKind::silent;
     int value = 0;
     DeviceCall call = DeviceCall::send;
+    Bytes bytes = {};
 
     bool concerns(unsigned exchange) const { return first <= exchange && exchange <= last; }
 };
@@ -61,9 +63,9 @@ struct Misbehaviour {
 };
 
 /// "EXCHANGES:WHAT", where EXCHANGES is "3", "2-4" or "5+", and WHAT one of
-///   cc=CODE  silent  length=BYTES  foreign-id  events=COUNT  commands=COUNT  type=NUMBER
-///   slow=MILLISECONDS  errno=NAME@CALL (CALL is open, send, wait, receive, close or lock;
-///   a lock goes with the exchange that follows)
+///   cc=CODE  silent  length=BYTES  bytes=HEX@PLACE  foreign-id  events=COUNT  commands=COUNT
+///   type=NUMBER  slow=MILLISECONDS  errno=NAME@CALL (CALL is open, send, wait, receive, close or
+///   lock; a lock goes with the exchange that follows)
 /// Throws std::invalid_argument for anything else, as the next two do.
 Fault parseFault(std::string_view text);
 /// "NUMBER:ERRNO" or "NUMBER+:ERRNO".

@@ -293,6 +293,11 @@ Bytes SimDevice::answerTo(const Exchange& exchange) {
     if (const Fault* const length = misbehaviour.find(FaultKind::length, exchange.number)) {
         answer.resize(static_cast<std::size_t>(length->value));
     }
+    if (const Fault* const other = misbehaviour.find(FaultKind::bytes, exchange.number)) {
+        const auto place = static_cast<std::size_t>(other->value);
+        answer.resize(std::max(answer.size(), place + other->bytes.size()));
+        std::ranges::copy(other->bytes, answer.begin() + other->value);
+    }
     return answer;
 }
 

@@ -58,6 +58,7 @@ Misbehaviour:
       silent             no answer
       length=BYTES       answer cut or filled up to this length, completion code included
                          (273 is more than a receive takes)
+      bytes=HEX@PLACE    answer with these bytes from this place on, for example ff01@4
       foreign-id         answer to another message id
       events=COUNT       asynchronous events before the answer
       commands=COUNT     incoming commands before the answer

@@ -85,6 +85,7 @@ TEST_F(Transport, endsEveryKindOfExchange) {
         {"1+:length=2", "true", "00 20", 0, 5, false},
         {"1+:length=15", "true", "00 20", 0, 5, false},
         {"1+:length=17", "true", "00 20", 0, 5, true},
+        {"1+:bytes=ff41@1", "true", "00 ff 41 01 40 02 bf", 0, 5, true},
         {"1+:foreign-id", "true", "", 0, 5, false},
         {"1+:silent", "false", "", 5, 8, false},
         {"1+:events=4", "true", "00 20 01 01 40 02 bf", 0, 13, true},
