@@ -9,7 +9,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -17,8 +16,6 @@
 
 #include <arpa/inet.h>
 #include <sched.h>
-#include <sys/syscall.h>
-#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,32 +26,6 @@ const std::thread::id testThread = std::this_thread::get_id();
 
 } // namespace
 
-const char* kernelName = nullptr;
-
-extern "C" int uname(utsname* buffer) {
-    if (kernelName != nullptr && *kernelName == '\0') {
-        errno = EFAULT;
-        return -1;
-    }
-    const long result = ::syscall(SYS_uname, buffer);
-    if (kernelName != nullptr) {
-        *std::copy_n(kernelName, std::strlen(kernelName), buffer->sysname) = '\0';
-        *std::copy_n("7.0.3", 5, buffer->release) = '\0';
-    }
-    return static_cast<int>(result);
-}
-
-IpmiDevice& ipmiDevice() noexcept {
-    return rig->device;
-}
-AgentClock& agentClock() noexcept {
-    return rig->clock;
-}
-HostPaths hostPaths() noexcept {
-    return rig->paths.paths();
-}
-
-void openSysLog(const char* /*ident*/, int /*options*/, int /*facility*/) noexcept {}
 void sysLog(int priority, const char* format, ...) noexcept {
     std::array<char, 1024> text{};
     va_list arguments;
@@ -70,44 +41,17 @@ void sysLog(int priority, const char* format, ...) noexcept {
     }
 }
 
-void sysLogFailure(const char* what) noexcept {
-    sysLog(LOG_ERR, "%s", what);
-}
-
-std::chrono::milliseconds FakeClock::now{1000};
-
-int FakeClock::waitForSignal(unsigned seconds, const sigset_t& /*mask*/) noexcept {
-    waits.push_back(seconds);
-    pass(std::chrono::seconds(seconds));
-    return 0;
-}
-
-int FakeClock::waitForCondition(pthread_cond_t& condition, pthread_mutex_t& mutex,
-                                unsigned seconds) noexcept {
-    waits.push_back(seconds);
-    pass(std::chrono::seconds(seconds));
-    const int result = onWait();
-    return result == 0 ? ::pthread_cond_wait(&condition, &mutex) : result;
-}
-
-Rig::Rig() :
-    bmc([this] { return clock.now; }), device(bmc, [this](std::chrono::microseconds span) {
-        clock.pass(span);
-        return true;
-    }) {
+Rig::Rig() {
     rig = this;
     std::string folder = std::filesystem::temp_directory_path() / "tavXXXXXX";
     const std::string root = ::mkdtemp(folder.data());
     paths.pidFile = root + "/tavd.pid";
     paths.productString = root + "/product";
     paths.vibVersions = root + "/versions";
-    sim::showSmbios({}, sim::SmbiosForm::none, paths);
     device.observe([this](const sim::Exchange& exchange) { exchanges.push_back(exchange); });
 }
 
 Rig::~Rig() {
-    clock.now += std::chrono::hours(1);
-    kernelName = nullptr;
     EXPECT_EQ(device.openCount(), 0U) << "descriptors of the IPMI device left open";
     std::filesystem::remove_all(std::filesystem::path(paths.pidFile).parent_path());
     rig = nullptr;
