@@ -118,7 +118,7 @@ std::size_t TavIp::readInterfaceList() {
         if (::ioctl(sock.get(), SIOCGIFCONF, &request) == -1) {
             throw TavIpError(errnoText("SIOCGIFCONF failed: "), __FILE__, __LINE__);
         }
-        const auto returned = static_cast<std::size_t>(request.ifc_len);
+        const auto returned = std::min(static_cast<std::size_t>(request.ifc_len), requested);
         entries = returned / sizeof(ifreq);
         if (entries > maxEntries || returned < requested) {
             return entries;

@@ -1,37 +1,13 @@
 // The SMBIOS reader on arbitrary images: every look-up comes back and stays inside.
 
-#include "agentSignals.h"
-#include "hostFiles.h"
+#include "memoryFile.h"
+#include "standIns.h"
 #include "tavSmbios.h"
 
+#include <fstream>
 #include <stdexcept>
-#include <string>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
-
-/// A file in memory whose content changes from input to input.
-class Image {
-  public:
-    Image() : fd(::memfd_create("image", 0)) {}
-    std::string path() const { return "/proc/self/fd/" + std::to_string(fd); }
-    void fill(const std::string& bytes) const {
-        if (::ftruncate(fd, 0) != 0 || ::pwrite(fd, bytes.data(), bytes.size(), 0) < 0) {
-            throw std::runtime_error("no memory file");
-        }
-    }
-
-  private:
-    int fd;
-};
-
-sim::HostFiles& paths() {
-    static sim::HostFiles all;
-    return all;
-}
 
 /// Makes entry points of both forms credible, so that what they say is tried.
 void mendEntryPoints(std::string& image) {
@@ -72,18 +48,11 @@ void lookUpEverything() {
 
 } // namespace
 
-HostPaths hostPaths() noexcept {
-    return paths().paths();
-}
-bool agentSignals::endRequested() noexcept {
-    return false;
-}
-
 /// The first byte says where the rest is found: as the kernel's table with a good entry point, as
 /// its entry point, or as physical memory.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t size) {
-    static const Image input;
-    static const Image other;
+    static const std::string input = sim::memoryFile({});
+    static const std::string other = sim::memoryFile({});
     static const std::string entryPoint3 = "_SM3_\x57\x18" + std::string(17, '\0');
     if (size == 0) {
         return 0;
@@ -91,20 +60,19 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t si
     const std::string table(reinterpret_cast<const char*>(bytes + 1), size - 1);
     std::string image = table;
     mendEntryPoints(image);
-    input.fill(bytes[0] % 3 == 0 ? table : image);
-    const std::string nowhere = "/nonexistent";
-    paths().physicalMemory = nowhere;
+    std::ofstream(input) << (bytes[0] % 3 == 0 ? table : image);
+    World world;
+    sim::HostFiles& files = world.paths;
     if (bytes[0] % 3 == 0) {
-        other.fill(entryPoint3);
-        paths().smbiosEntryPoint = other.path();
-        paths().smbiosTable = input.path();
+        std::ofstream(other) << entryPoint3;
+        files.smbiosEntryPoint = other;
+        files.smbiosTable = input;
     } else if (bytes[0] % 3 == 1) {
-        other.fill(table);
-        paths().smbiosEntryPoint = input.path();
-        paths().smbiosTable = other.path();
+        std::ofstream(other) << table;
+        files.smbiosEntryPoint = input;
+        files.smbiosTable = other;
     } else {
-        paths().physicalMemory = input.path();
-        paths().smbiosTable = nowhere;
+        files.physicalMemory = input;
     }
     try {
         lookUpEverything();
