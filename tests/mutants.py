@@ -9,7 +9,7 @@ import argparse, concurrent.futures, glob, json, os, random, re, shlex, signal, 
 
 BUILD = "build/mutants"
 PROGRAMS = ("src/sbin/tav_init", "sim/tav_sim")
-LOOPS = "StartStop.*:FaultLoop.*"
+LOOPS = "StartStop.*:FaultLoop.*:HostFault.*"
 SWAPS = {"==": ["!="], "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="], ">=": [">", "<"],
          "!=": ["=="], "+": ["-"], "-": ["+"], "*": ["/"], "/": ["*"], "%": ["/"], "&": ["|"],
          "|": ["&"], "<<": [">>"], ">>": ["<<"], "&&": ["||"], "||": ["&&"], "+=": ["-="],
@@ -141,7 +141,7 @@ def attempt(fault, compiles, links, quick):
             bind = "".join(f"mount --bind {link(one)} {BUILD}/{one} && " for one in PROGRAMS)
             tests = f"{BUILD}/tests/tav_process_tests --gtest_filter="
             who = noticed_by(f"{tests}-{LOOPS}", 150, bind) or (
-                not quick and noticed_by(tests + LOOPS, 400, bind))
+                not quick and noticed_by(tests + LOOPS, 900, bind))
     first, last = text.rfind("\n", 0, start) + 1, text.find("\n", end)
     lines = text[first:last], text[first:start] + after + text[end:last]
     return (f"{path}:{text.count(chr(10), 0, start) + 1}", *(" ".join(x.split()) for x in lines), who)
