@@ -119,11 +119,11 @@ void shell(const std::string& command) {
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
 }
 
-/// The interfaces that the tests make are theirs alone.
+/// The interfaces that the tests make, and the name they give the host, are theirs alone.
 int main(int argc, char** argv) {
     ::testing::InitGoogleMock(&argc, argv);
-    if (::unshare(CLONE_NEWNET) != 0 || std::system("ip link set lo up") != 0) {
-        std::perror("a network namespace of its own is needed");
+    if (::unshare(CLONE_NEWNET | CLONE_NEWUTS) != 0 || std::system("ip link set lo up") != 0) {
+        std::perror("namespaces of its own are needed");
         return EXIT_FAILURE;
     }
     return RUN_ALL_TESTS();
