@@ -1,6 +1,9 @@
+#include "agentClock.h"
+#include "agentSignals.h"
 #include "programs.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <regex>
@@ -299,6 +302,25 @@ TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
         EXPECT_EQ(end.code(), *mode == '\0' ? 0 : 1);
         EXPECT_LT(end.took, std::chrono::seconds(3)) << trace();
     }
+}
+
+TEST(SystemClock, waitsAsLongAsItIsTold) {
+    AgentClock& clock = agentClock();
+    const auto start = clock.monotonic();
+    const auto second = std::chrono::seconds(1);
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    ::pthread_mutex_lock(&mutex);
+    EXPECT_EQ(clock.waitForCondition(condition, mutex, 1), ETIMEDOUT);
+    EXPECT_GE(clock.monotonic() - start, second);
+    errno = EIO; // of something else
+    EXPECT_EQ(clock.waitForSignal(1, agentSignals::maskLettingIn({})), 0);
+    EXPECT_GE(clock.monotonic() - start, 2 * second);
+    const agentSignals::Hold hold;
+    ASSERT_TRUE(agentSignals::install([](int) {}, {SIGALRM}));
+    clock.alarm(1);
+    EXPECT_EQ(clock.waitForSignal(100, agentSignals::maskLettingIn({SIGALRM})), 0);
+    EXPECT_LT(clock.monotonic() - start, 50 * second);
 }
 
 } // namespace
