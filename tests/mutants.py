@@ -10,14 +10,24 @@ import argparse, concurrent.futures, glob, json, os, random, re, shlex, signal, 
 BUILD = "build/mutants"
 PROGRAMS = ("src/sbin/tav_init", "sim/tav_sim")
 LOOPS = "StartStop.*:FaultLoop.*:HostFault.*"
-SWAPS = {"==": ["!="], "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="], ">=": [">", "<"],
-         "!=": ["=="], "+": ["-"], "-": ["+"], "*": ["/"], "/": ["*"], "%": ["/"], "&": ["|"],
-         "|": ["&"], "<<": [">>"], ">>": ["<<"], "&&": ["||"], "||": ["&&"], "+=": ["-="],
-         "-=": ["+="], "|=": ["&="], "&=": ["|="], "++": ["--"], "--": ["++"], "true": ["false"],
-         "false": ["true"], "!": [""]}
-FAMILIES = [["SIGTERM", "SIGHUP", "SIGINT", "SIGALRM", "SIGUSR1", "SIGCHLD"],
-            ["LOG_ERR", "LOG_INFO"], ["SIG_IGN", "SIG_DFL"], ["SIG_BLOCK", "SIG_SETMASK"]]
+# What may stand for what: either for the other, or each of a family for any of it.
+PAIRS = "== != < <= < >= > >= > <= + - * / % / & | << >> && || += -= |= &= ++ -- true false".split()
+FAMILIES = ("SIGTERM SIGHUP SIGINT SIGALRM SIGUSR1 SIGCHLD", "LOG_ERR LOG_INFO", "SIG_IGN SIG_DFL")
 NO_STATEMENT = re.compile(r"(using|namespace|static_assert|constexpr|case|default|friend)\b")
+
+
+# By text, all that may stand there instead.
+def alternatives():
+    swaps = {"!": [""]}
+    for one, other in zip(PAIRS[::2], PAIRS[1::2]):
+        swaps.setdefault(one, []).append(other)
+        swaps.setdefault(other, []).append(one)
+    families = [family.split() for family in FAMILIES]
+    for path in glob.glob("src/*.h") + glob.glob("src/*.cpp"):
+        for m in re.finditer(r"\benum\b[^;{]*\{(.*?)\}", blanked(open(path).read()), re.S):
+            families.append(re.findall(r"(?:^|,)\s*(\w+)", m[1]))
+    return swaps | {one: [other for other in family if other != one]
+                    for family in families for one in family if len(family) > 1}
 
 
 # The text with comments, literals and directives made unrecognisable, place by place.
@@ -27,51 +37,38 @@ def blanked(text):
                   text, flags=re.M | re.S)
 
 
-# The place of the bracket that closes the one at `start`, and those of the commas between.
-def closing(code, start):
-    depth, commas = 0, []
+# The places of the bracket at `start`, of the commas directly in it, and of the one that closes it.
+def bracket(code, start):
+    depth, places = 0, [start]
     for place in range(start, len(code)):
         depth += (code[place] in "([{") - (code[place] in ")]}")
+        if depth == 0 or depth == 1 and code[place] == ",":
+            places.append(place)
         if depth == 0:
-            return place, commas
-        if depth == 1 and code[place] == ",":
-            commas.append(place)
+            return places
 
 
 # Every place (start, end) with the texts that may stand there instead.
-def faults(text, families):
+def faults(text, swaps):
     code = blanked(text)
-    for m in re.finditer(r" (==|!=|[<>]=?|[-+|&]=?|\*|/|%|<<|>>|&&|\|\|) |(\+\+|--)|"
-                         r"\b(true|false)\b|(!)(?=[\w(:*])", code):
-        yield *m.span(m.lastindex), SWAPS[m[m.lastindex]]
+    for m in re.finditer(r"(?<= )[-+*/%&|<>=!]+(?= )|\+\+|--|!(?=[\w(:*])|\b[A-Za-z]\w+\b", code):
+        if m[0] in swaps:
+            yield *m.span(), swaps[m[0]]
     for m in re.finditer(r"(?<![\w.'])(0x[\dA-Fa-f]+|[1-9][\d']*|0)(?=[uUlL]*\b)", code):
         number = int(m[0].replace("'", ""), 0)
         yield *m.span(), [str(number + 1), str(number - 1)] if number else ["1"]
     for m in re.finditer(r"\b(?:if|while) (\()", code):
-        end = closing(code, m.start(1))[0] + 1
+        end = bracket(code, m.start(1))[-1] + 1
         yield m.start(1), end, [f"(!{text[m.start(1):end]})"]
-    for m in re.finditer(r"[;{}:](?=\s*\n\s*(\S[^;{}]*;))", code):
+    for m in re.finditer(r"[;{}:](?=\s*\n\s*([^\s{}][^;{}]*;))", code):
         if not NO_STATEMENT.match(m[1]):
             yield *m.span(1), [";"]
     for m in re.finditer(r"\b(?!(?:strcmp|memcmp|min|max)\b)\w+(?:<[^<>]*>)?(\()", code):
-        end, commas = closing(code, m.start(1))
-        places = [m.start(1), *commas, end]
+        places = bracket(code, m.start(1))
         for first, middle, last in zip(places, places[1:], places[2:]):
             one, other = text[first + 1:middle].strip(), text[middle + 1:last].strip()
             if one != other:
                 yield first + 1, last, [f"{other}, {one}"]
-    for m in re.finditer(r"\b[A-Za-z]\w+\b", code):
-        if others := [name for name in families.get(m[0], []) if name != m[0]]:
-            yield *m.span(), others
-
-
-# Each enumerator's family, by name.
-def enumerators():
-    families = list(FAMILIES)
-    for path in glob.glob("src/*.h") + glob.glob("src/*.cpp"):
-        for m in re.finditer(r"\benum\b[^;{]*\{(.*?)\}", blanked(open(path).read()), re.S):
-            families.append(re.findall(r"(?:^|,)\s*(\w+)", m[1]))
-    return {name: family for family in families for name in family}
 
 
 # The command's output and exit status; a status of None when it took too long.
@@ -110,8 +107,8 @@ def noticed_by(tests, seconds, preparation=""):
         f"{last}, which {'hangs' if status is None else 'dies'}"
 
 
-# Compiles one fault and lets the tests look for it. Nothing when it does not compile, otherwise
-# where it is, the line before and after, and who noticed.
+# Compiles one fault and lets the tests look for it. Nothing when it does not compile or link,
+# otherwise where it is, the line before and after, and who noticed.
 def attempt(fault, compiles, links, quick):
     path, text, start, end, after = fault
     command = compiles[os.path.abspath(path)]
@@ -120,25 +117,25 @@ def attempt(fault, compiles, links, quick):
         own, library = f"{folder}/{os.path.basename(original)}", f"{folder}/libtav.a"
         with open(f"{folder}/{os.path.basename(path)}", "w") as file:
             file.write(text[:start] + after + text[end:])
-        if run([*command[:-4], f"-ffile-prefix-map={folder}=src", "-o", own, "-c", file.name], 120,
-               BUILD)[1] != 0:
-            return None
         member = "" if "tav_entry" in original else own
-        subprocess.run(f"cp src/libtav.a {library} && ar r {library} {member} 2>&1", cwd=BUILD,
-                       shell=True, check=True)
-
-        def link(target):
-            line = links[target].replace(f"-o {target} ", f"-o {folder}/{os.path.basename(target)} ")
-            line = line.replace("src/libtav.a", library).replace(original, own)
-            subprocess.run(line, cwd=BUILD, shell=True, check=True, stderr=subprocess.DEVNULL)
-            return f"{folder}/{os.path.basename(target)}"
-
-        try:
-            who = noticed_by(link("tests/tav_unit_tests"), 60)
-        except subprocess.CalledProcessError:
+        compiled = shlex.join([*command[:-4], f"-ffile-prefix-map={folder}=src", "-o", own, "-c",
+                               file.name])
+        if run(["sh", "-c", f"{compiled} && cp src/libtav.a {library} && ar r {library} {member}"],
+               120, BUILD)[1] != 0:
             return None
+
+        def linked(target):
+            result = f"{folder}/{os.path.basename(target)}"
+            line = links[target].replace(f"-o {target} ", f"-o {result} ")
+            line = line.replace("src/libtav.a", library).replace(original, own)
+            return result if run(["sh", "-c", line], 120, BUILD)[1] == 0 else None
+
+        unit_tests = linked("tests/tav_unit_tests")
+        if unit_tests is None:
+            return None
+        who = noticed_by(unit_tests, 60)
         if not who:
-            bind = "".join(f"mount --bind {link(one)} {BUILD}/{one} && " for one in PROGRAMS)
+            bind = "".join(f"mount --bind {linked(one)} {BUILD}/{one} && " for one in PROGRAMS)
             tests = f"{BUILD}/tests/tav_process_tests --gtest_filter="
             who = noticed_by(f"{tests}-{LOOPS}", 150, bind) or (
                 not quick and noticed_by(tests + LOOPS, 900, bind))
@@ -156,22 +153,20 @@ def main():
     parser.add_argument("--quick", action="store_true")
     options = parser.parse_args()
     os.chdir(os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-    families, rng, every = enumerators(), random.Random(options.seed), []
+    swaps, rng, every = alternatives(), random.Random(options.seed), []
     for path in sorted(glob.glob(options.files)):
         text = open(path).read()
-        every += [(path, text, *place[:2], rng.choice(place[2])) for place in faults(text, families)]
+        every += [(path, text, *place[:2], rng.choice(place[2])) for place in faults(text, swaps)]
     rng.shuffle(every)
     compiles, links = prepared()
     total = missed = 0
     with concurrent.futures.ThreadPoolExecutor(options.j) as pool:
         for outcome in pool.map(lambda one: attempt(one, compiles, links, options.quick), every):
-            if outcome is None or total == options.count:
-                continue
-            place, before, after, who = outcome
-            total += 1
-            missed += not who
-            print(f"{total:4} {place}\n     - {before}\n     + {after}\n"
-                  f"     {'noticed by ' + who if who else 'NOT NOTICED'}", flush=True)
+            if outcome is not None:
+                total, missed = total + 1, missed + (not outcome[3])
+                print("{:4} {}\n     - {}\n     + {}\n     {}".format(
+                    total, *outcome[:3], outcome[3] and f"noticed by {outcome[3]}" or "NOT NOTICED"),
+                    flush=True)
             if total == options.count:
                 pool.shutdown(wait=False, cancel_futures=True)
                 break
