@@ -251,7 +251,7 @@ void TavServerInfo::reportToMMB(std::uint32_t index) const {
 /// BMCs expect one port to have any.
 void TavServerInfo::writePortInformation(std::uint32_t index) {
     const MacAddress mac = pTavIpData->getMacAddress(index);
-    pPniAccess->clearIpAddressData();
+    pPniAccess->clearIpAddressData([this] { giveHeartbeatItsTurn(); });
     pPniAccess->setIpv4Address(mac, pTavIpData->getIpv4Address(index));
     std::list<IPv6Address> addresses;
     const std::size_t count = pTavIpData->getNumberOfIpv6Addresses(index);
