@@ -17,13 +17,25 @@ constexpr int deviceDescriptor = 1000;
 constexpr unsigned short answerLength = 16; // as long as the BMC's identity
 constexpr unsigned char serverMarker = 'A'; // its last byte: no blade
 
-long lastId = 0;
+// Where a read of the configuration space has the variable, and its answer the value.
+constexpr std::size_t variableAt = 5;
+constexpr std::size_t lengthAt = 4;
+constexpr unsigned char bootWatchdogTime = 65;
+constexpr unsigned char softWatchdogTime = 67;
 
+long lastId = 0;
+unsigned char lastVariable = 0;
+
+/// Whatever is asked for is 1, and a time 0x0101 seconds: switches are on, the agent is connected.
 int receive(ipmi_recv& record) {
     record.recv_type = IPMI_RESPONSE_RECV_TYPE;
     record.msgid = lastId;
     record.msg.data_len = answerLength;
     std::memset(record.msg.data, 0, answerLength);
+    const bool isTime = lastVariable == bootWatchdogTime || lastVariable == softWatchdogTime;
+    record.msg.data[lengthAt] = isTime ? 2 : 1;
+    record.msg.data[lengthAt + 1] = 1;
+    record.msg.data[lengthAt + 2] = 1;
     record.msg.data[answerLength - 1] = serverMarker;
     return 0;
 }
@@ -52,7 +64,9 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
         return static_cast<int>(::syscall(SYS_ioctl, fd, request, argument));
     }
     if (request == IPMICTL_SEND_COMMAND) {
-        lastId = static_cast<ipmi_req*>(argument)->msgid;
+        const auto& asked = *static_cast<ipmi_req*>(argument);
+        lastId = asked.msgid;
+        lastVariable = asked.msg.data_len > variableAt ? asked.msg.data[variableAt] : 0;
         return 0;
     }
     return receive(*static_cast<ipmi_recv*>(argument));
