@@ -23,8 +23,6 @@
 
 namespace {
 
-constexpr int patience = 60000; // milliseconds that any one process has
-
 int numberAt(const char* text) {
     return static_cast<int>(std::strtol(text, nullptr, 10));
 }
@@ -137,7 +135,7 @@ pid_t Programs::startSim(std::vector<std::string> options, const std::vector<std
 End Programs::await(pid_t pid) {
     const auto begin = std::chrono::steady_clock::now();
     pollfd ended{static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)), POLLIN, 0};
-    if (::poll(&ended, 1, patience) != 1) {
+    if (::poll(&ended, 1, std::chrono::milliseconds(patience).count()) != 1) {
         ADD_FAILURE() << "process " << pid << " does not end";
         ::kill(pid, SIGKILL);
     }

@@ -11,6 +11,9 @@
 
 #include <sys/types.h>
 
+/// Until something counts as hanging, on a machine that has much else to do, too.
+constexpr std::chrono::minutes patience{2};
+
 /// A line that the system log received.
 struct LogLine {
     int priority; ///< facility and level
@@ -40,7 +43,7 @@ class Programs : public ::testing::Test {
     pid_t start(const std::vector<std::string>& command);
     /// tav_sim on host files under `root()`; `agent` are the agent's options.
     pid_t startSim(std::vector<std::string> options, const std::vector<std::string>& agent);
-    /// Waits for a child to end; one that takes longer than a minute fails the test and is killed.
+    /// Waits for a child to end; one that hangs fails the test and is killed.
     End await(pid_t pid);
     /// Sends the signal and waits.
     End stop(pid_t pid, int signal = SIGTERM) {

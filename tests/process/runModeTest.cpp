@@ -41,7 +41,7 @@ class RunMode : public Programs {
             }
             return count;
         };
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto end = std::chrono::steady_clock::now() + patience;
         while (seen() < times) {
             ASSERT_LT(std::chrono::steady_clock::now(), end) << text << " not seen in\n" << trace();
             ::usleep(1000);
@@ -132,7 +132,6 @@ TEST_F(RunMode, foregroundRunsUntilItIsSignalled) {
         awaitTrace("Reset Watchdog Timer", 3);
         const End end = stop(agent, signal);
         EXPECT_EQ(end.code(), 1);
-        EXPECT_LT(end.took, std::chrono::seconds(2));
         EXPECT_EQ(end.error, "");
         EXPECT_THAT(trace(), HasSubstr("Agent communication: disconnect"));
         EXPECT_THAT(logTexts(), testing::IsEmpty()) << "only the daemon speaks of signals";
@@ -166,7 +165,6 @@ TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
     ::kill(daemon, SIGUSR1); // nobody's business any more
     const End end = stop(daemon);
     EXPECT_EQ(end.code(), 0);
-    EXPECT_LT(end.took, std::chrono::seconds(2));
     EXPECT_EQ(contentOf(pidFile()), "");
     EXPECT_THAT(trace(),
                 AllOf(HasSubstr("Agent communication: disconnect"), HasSubstr("10.0.0.1")));
@@ -202,7 +200,7 @@ TEST_F(RunMode, aForegroundWithoutItsThreadSaysSo) {
                                          "inject=clone,clone3:error=EAGAIN", TAV_SIM, "--root",
                                          root(), "--", "-n"});
     awaitTrace("conf_server_IPAddress4 = 0.0.0.0");
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto end = std::chrono::steady_clock::now() + patience;
     while (log().empty() && std::chrono::steady_clock::now() < end) {
         ::usleep(1000);
     }
@@ -283,7 +281,7 @@ TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
     EXPECT_EQ(stop(pid).code(), 0);
 }
 
-/// Ten seconds at the most, five times faster. The exchanges of the end alone would take four times
+/// Ten seconds at the most, twice as fast. The exchanges of the end alone would take four times
 /// five seconds.
 TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
     for (const char* mode : {"-n", ""}) {
@@ -292,7 +290,7 @@ TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
         if (*mode != '\0') {
             agent.emplace_back(mode);
         }
-        pid_t pid = startSim({"--speed", "5", "--fault", "23+:silent", "--watchdog", "300"}, agent);
+        pid_t pid = startSim({"--speed", "2", "--fault", "23+:silent", "--watchdog", "300"}, agent);
         awaitTrace("no answer", 1);
         if (*mode == '\0') {
             EXPECT_EQ(await(pid).code(), 0);
@@ -300,7 +298,7 @@ TEST_F(RunMode, aDeadBmcDoesNotHoldUpTheEnd) {
         }
         const End end = stop(pid);
         EXPECT_EQ(end.code(), *mode == '\0' ? 0 : 1);
-        EXPECT_LT(end.took, std::chrono::seconds(3)) << trace();
+        EXPECT_LT(end.took, std::chrono::seconds(9)) << trace();
     }
 }
 
