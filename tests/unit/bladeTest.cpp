@@ -12,11 +12,6 @@ constexpr const char* version = "1.40.0a0b0c41";
 
 class Blade : public Rig {
   public:
-    void become(const char* name) {
-        const sim::Machine& machine = sim::namedMachine(name);
-        machine.setUp(bmc);
-        sim::showSmbios(machine.smbios(), sim::SmbiosForm::sysfs3, paths);
-    }
     static MacAddress portMac(unsigned char port) {
         const unsigned char bytes[] = {2, 0, 0, 0, 0, port};
         return MacAddress(bytes);

@@ -32,13 +32,6 @@ class Cycle : public Rig {
               "ip addr add 2001:db8::1/64 dev tav1 nodad");
     }
 
-    void become(const char* name) {
-        const sim::Machine& machine = sim::namedMachine(name);
-        bmc.blade.reset();
-        machine.setUp(bmc);
-        sim::showSmbios(machine.smbios(), sim::SmbiosForm::sysfs3, paths);
-    }
-
     void runOnce() {
         exchanges.clear();
         const TavServerInfo server(TavServerInfo::run_mode_once);
@@ -75,11 +68,6 @@ class Cycle : public Rig {
     std::ptrdiff_t count(const std::string& request) const {
         return std::ranges::count_if(requests(),
                                      [&](const auto& one) { return one.starts_with(request); });
-    }
-
-    static auto errorWith(const char* text) {
-        return testing::AllOf(testing::Field(&LogLine::priority, LOG_ERR),
-                              testing::Field(&LogLine::text, HasSubstr(text)));
     }
 };
 

@@ -69,11 +69,10 @@ struct ExchangeCase {
 class Transport : public Rig {
   public:
     std::string outcome(TavIpmi_request_msg& msg) {
-        try {
-            return TavIpmi(0, 0, TavIpmi::ipmiSystemInterface).sendCmd(msg) ? "true" : "false";
-        } catch (const TavIpmiError& error) {
-            return error.what();
-        }
+        bool answered = false;
+        const std::string error =
+            errorOf([&] { answered = TavIpmi(0, 0, TavIpmi::ipmiSystemInterface).sendCmd(msg); });
+        return !error.empty() ? error : answered ? "true" : "false";
     }
 };
 

@@ -92,23 +92,21 @@ class Pni : public Rig {
 
     /// What the construction throws; empty when it does not.
     static std::string refusal() {
-        try {
-            const PniAccess access;
-            return access.usable() ? "" : "unusable";
-        } catch (const std::exception& error) {
-            return error.what();
-        }
+        return errorOf([] {
+            if (!PniAccess().usable()) {
+                throw std::logic_error("unusable");
+            }
+        });
     }
 
     /// The record in the FRU is sound, and `access` knows where everything lies in it.
     void expectInStep(const PniAccess& access) {
         exchanges.clear();
         device.behave();
-        try {
-            EXPECT_EQ(numbersOf(PniAccess().layout()), numbersOf(access.layout()));
-        } catch (const std::exception& error) {
-            ADD_FAILURE() << error.what();
-        }
+        EXPECT_EQ(errorOf([&] {
+                      EXPECT_EQ(numbersOf(PniAccess().layout()), numbersOf(access.layout()));
+                  }),
+                  "");
     }
 
     /// `length` bytes of the specific part of the function with this MAC address.

@@ -74,9 +74,25 @@ void Rig::goWrong(const std::string& fault) {
         sim::Misbehaviour{.faults = {shifted}, .failingCall = {}, .raisedSignals = {}});
 }
 
+void Rig::become(const char* machine) {
+    bmc.blade.reset();
+    bmc.fru.reset();
+    sim::namedMachine(machine).setUp(bmc);
+    sim::showSmbios(sim::namedMachine(machine).smbios(), sim::SmbiosForm::sysfs3, paths);
+}
+
 void Rig::writeFile(const std::string& path, const std::string& content) {
     std::ofstream file(path);
     EXPECT_TRUE(file << content << std::flush) << path;
+}
+
+std::string errorOf(const std::function<void()>& work) {
+    try {
+        work();
+        return "";
+    } catch (const std::exception& error) {
+        return error.what();
+    }
 }
 
 std::string hex(std::span<const unsigned char> bytes) {

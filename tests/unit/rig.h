@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IPv6Address.h"
+#include "sysLog.h"
 #include "world.h"
 
 #include <functional>
@@ -30,6 +31,8 @@ class Rig : public ::testing::Test, public World {
     /// From now on this goes wrong, in the textual form of sim::parseFault(), and nothing else. The
     /// next exchange has the number 1.
     void goWrong(const std::string& fault);
+    /// Makes the BMC and the host's tables those of this machine.
+    void become(const char* machine);
     static void writeFile(const std::string& path, const std::string& content);
 
     /// Released when another thread logged something, and by tests that wait for another thread.
@@ -37,6 +40,15 @@ class Rig : public ::testing::Test, public World {
     std::vector<sim::Exchange> exchanges;
     std::vector<LogLine> log;
 };
+
+/// The text of the error that `work` ends with; empty when there is none.
+std::string errorOf(const std::function<void()>& work);
+
+/// A line of the log: an error with this text in it.
+inline auto errorWith(const std::string& text) {
+    return testing::AllOf(testing::Field(&Rig::LogLine::priority, LOG_ERR),
+                          testing::Field(&Rig::LogLine::text, testing::HasSubstr(text)));
+}
 
 std::string hex(std::span<const unsigned char> bytes);
 
