@@ -57,7 +57,7 @@ void leaveStraySignal() {
     sigemptyset(&held);
     sigaddset(&held, SIGUSR1);
     ::sigprocmask(SIG_BLOCK, &held, nullptr);
-    ::raise(SIGUSR1);
+    EXPECT_EQ(::raise(SIGUSR1), 0);
 }
 
 void redirect(const std::string& path, int target) {

@@ -145,8 +145,7 @@ TEST_F(Smbios, thePublishedTablesAreTheSecondChoice) {
     const agentSignals::Hold hold;
     EXPECT_EQ(::raise(SIGTERM), 0);
     EXPECT_EQ(family(), "") << "the agent is told to end";
-    ::signal(SIGTERM, SIG_IGN); // which takes it back
-    ::signal(SIGTERM, SIG_DFL);
+    agentSignals::drop(SIGTERM);
 }
 
 /// The device of VMware ESXi shows the table right behind its entry point, and may end early.

@@ -144,7 +144,7 @@ TEST_F(Watchdog, aTimerThatIsOffOrCannotBeSetUpIsNotRestarted) {
         server.updateWatchdog();
         TavServerInfo::reset_watchdog(TavIpmiWatchdog::timer_use_sms_os, true);
         EXPECT_EQ(clock.alarms.back(), 150U);
-        ::raise(SIGALRM);
+        EXPECT_EQ(::raise(SIGALRM), 0);
         setUp({3, 1, 0, 0, 0, 0});
         bmc.confSpace.setText(66, switchedOff ? "disabled" : "enabled");
         goWrong(fault);
