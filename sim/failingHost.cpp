@@ -119,7 +119,8 @@ void catchSystemCalls() {
 }
 
 [[gnu::constructor]] void begin() {
-    const int file = ::open(std::getenv("TAV_HOST_FAULTS"), O_RDWR | O_CLOEXEC);
+    const char* const name = std::getenv("TAV_HOST_FAULTS");
+    const int file = name == nullptr ? -1 : ::open(name, O_RDWR | O_CLOEXEC);
     void* const memory =
         ::mmap(nullptr, sizeof(HostFaults), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     if (memory == MAP_FAILED) {
