@@ -1,7 +1,7 @@
 # A virtual machine with an IPMI interface, behind which tav_bmcd is the BMC. Sourced, not run.
 # What it starts dies with this shell, even if that is killed.
 
-vm_patience=60 # seconds until the machine must have done what it was told
+vm_patience=180 # seconds until the machine must have done what it was told
 
 # Debian's kernel, kept under build/vm, and a root file system around the named programs.
 vm_prepare() { # FOLDER-OF-TAV_BMCD PROGRAM...
@@ -71,7 +71,7 @@ bmc_start() { # tav_bmcd's options
 
 # The BMC as it is now. Prints nothing and fails when it does not answer.
 bmc_view() {
-    local before deadline=$((SECONDS + 10))
+    local before deadline=$((SECONDS + vm_patience))
     before=$(bmc_view_count)
     kill -USR1 "$bmc" || return
     until (($(bmc_view_count) > before)); do
@@ -131,10 +131,14 @@ vm_read_line() { # COMPLAINT
 
 # Runs a command line in the machine: its output, its exit status.
 guest() {
-    local line number=$EPOCHREALTIME
-    printf '%s %s\n' "$number" "$*" >&"$to_guest"
+    local line number=$EPOCHREALTIME command=$*
+    printf '%s %s %s\n' "$number" "${#command}" "$command" >&"$to_guest"
     while true; do
-        vm_read_line "The machine does not answer to: $*"
+        vm_read_line "The machine does not answer to: $command"
+        if [[ $line == '#AGAIN' ]]; then
+            printf '%s %s %s\n' "$number" "${#command}" "$command" >&"$to_guest"
+            continue
+        fi
         if [[ $line == *"#END $number "* ]]; then
             printf '%s' "${line%\#END *}" # output whose last line had no end
             return "${line##* }"
@@ -144,7 +148,7 @@ guest() {
 }
 
 vm_off() {
-    printf '0 poweroff -f\n' >&"$to_guest"
+    printf '0 11 poweroff -f\n' >&"$to_guest"
     vm_await_end "$vm"
     vm=
     exec {to_guest}>&- {from_guest}<&-
