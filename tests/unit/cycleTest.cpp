@@ -230,15 +230,19 @@ TEST_F(Cycle, aSlowBmcIsToldOfTheEnd) {
                         signalled = exchange.sentAt;
                     }
                 });
-                clock.onWait = [this] {
+                std::binary_semaphore noticed{0};
+                clock.onWait = [&] {
                     if (!agentSignals::endRequested()) {
                         return ETIMEDOUT;
                     }
                     clock.pass(-std::chrono::seconds(clock.waits.back())); // it is woken at once
-                    news.release();
+                    noticed.release();
                     return 0;
                 };
-                { const TavServerInfo server(TavServerInfo::run_mode_thread); }
+                {
+                    const TavServerInfo server(TavServerInfo::run_mode_thread);
+                    EXPECT_TRUE(noticed.try_acquire_for(std::chrono::minutes(1)));
+                }
                 EXPECT_GT(signalled.count(), 0);
                 EXPECT_LT(clock.now - signalled, std::chrono::seconds(one.seconds));
                 EXPECT_EQ(bmc.agentConnection.connected, !one.told);
