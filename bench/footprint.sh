@@ -42,7 +42,7 @@ kill $pid
 wait $pid || true
 
 # The simulator's clock runs fast enough for hundreds of cycles a second; seven exchanges are a cycle.
-build/release/sim/tav_sim --root "$work" --quiet --speed 20000 -- -n >"$work/view" &
+build/release/tools/tav_sim --root "$work" --quiet --speed 20000 -- -n >"$work/view" &
 pid=$!
 sleep 2
 early=$(resident $pid)

@@ -15,7 +15,7 @@ span=${1:-600} # seconds for each daemon
 install_packages "${build_packages[@]}" "${check_packages[@]}" "${vm_packages[@]}" "${vm_bench_packages[@]}"
 cmake --preset release >/dev/null
 cmake --build --preset release -- --quiet
-vm_prepare build/release/sim build/release/src/sbin/tav_init build/release/bench/one_exchange \
+vm_prepare build/release/tools build/release/src/sbin/tav_init build/release/bench/one_exchange \
     /usr/bin/{ipmitool,strace,time} /usr/sbin/bmc-watchdog
 bmc_start --watchdog 300
 vm_boot

@@ -68,22 +68,22 @@ if ! install_packages "${vm_packages[@]}"; then
     echo "************ SKIPPED: QEMU cannot be installed, no virtual machine is run ************"
 fi
 
-step "format"
+step "format and rooms"
 git ls-files '*.h' '*.cpp' | xargs clang-format-14 --dry-run -Werror
+scripts/rooms.sh
 
 build release
 start_suite release '*'
 [[ $without ]] || start_test -10 machines tests/vm/run.sh # whose clock is fast
+cmake --preset clang >/dev/null
+start_test 0 clang-tidy scripts/tidy.sh
+build clang --target fuzz_targets
+start_test 0 fuzz ctest --preset clang --tests-regex fuzz
 # The thousands of processes of the longest tests say nothing new under every sanitizer.
 build asan
 start_suite asan '-StartStop.*:FaultLoop.misbehave*:FaultLoop.signal*'
 build tsan
 start_suite tsan '-StartStop.*:FaultLoop.*'
-build clang --target fuzz_targets
-start_test 0 fuzz ctest --preset clang --tests-regex fuzz
-
-step "clang: warnings and clang-tidy"
-scripts/tidy.sh
 
 await_tests
 step "all checks passed$without"

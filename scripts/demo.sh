@@ -17,7 +17,7 @@ show_in_vm() {
     trap 'echo "failed: ${BASH_SOURCE[0]}, line $LINENO" >&2' ERR
     source sim/vm/machine.sh
     say "A machine boots: its kernel's driver finds the BMC and asks what it can do"
-    vm_prepare build/demo/sim build/demo/src/sbin/tav_init
+    vm_prepare build/demo/tools build/demo/src/sbin/tav_init
     bmc_start --machine kestrelbox --watchdog 300
     tail --follow --lines=+1 --pid="$bmc" "$bmc_log" &
     vm_boot -smbios type=1,family=KESTRELBOX
@@ -52,7 +52,7 @@ inside) ;;
     ;;
 esac
 
-sim=(build/demo/sim/tav_sim --root "$(mktemp -d /tmp/tav_demo.XXXXXX)")
+sim=(build/demo/tools/tav_sim --root "$(mktemp -d /tmp/tav_demo.XXXXXX)")
 agent=
 trap '[[ -z $agent ]] || kill "$agent" || true; rm -rf "${sim[2]}"' EXIT
 trap 'exit 1' TERM INT

@@ -48,7 +48,7 @@ while read -r command && read -r file; do
     */Unity/*)
         look_at "$path" '-clang-analyzer-*' "$command"
         for file in $(sed -n 's/^#include "\(.*\)"/\1/p' "$path"); do
-            case ${file#"$PWD/"} in src/* | sim/*)
+            case ${file#"$PWD/"} in src/* | sim/* | text/*)
                 look_at "${file#"$PWD/"}" '-*,clang-analyzer-*' "${command/"$PWD/$path"/"$file"}" ;;
             esac
         done ;;

@@ -31,7 +31,7 @@ TEST_F(Blade, identityTextsComeFromTheBmc) {
 }
 
 TEST_F(Blade, aFailedExchangeIsNotRepeatedForFiveMinutes) {
-    device.misbehave("1:silent");
+    device.misbehave(sim::parseFault("1:silent"));
     EXPECT_THROW(TavIpmiDeviceIdData(), tavIpmi::TavIpmiError);
     EXPECT_EQ(TavIpmiDeviceIdData().getVersion(), "0.0.0000");
     EXPECT_EQ(TavIpmiDeviceIdData().getDeviceId(), 0);

@@ -40,7 +40,7 @@ class ConfSpace : public Rig {
 TEST_F(ConfSpace, readsEveryVariableOnceAndInOrder) {
     bmc.confSpace.values[516] = {};
     bmc.confSpace.values[517] = {'a', 0, 'b'};
-    bmc.confSpace.setText(522, "192.0.2.7");
+    setVariable(522, "192.0.2.7");
     bmc.confSpace.values[523] = sim::Bytes(16, 9);
     bmc.confSpace.values[8960] = {11};
     std::vector<int> expected{512, 513, 514, 515, 516, 517, 518, 519, 527, 520, 522, 523, 524, 525};
@@ -159,7 +159,7 @@ TEST_F(ConfSpace, watchdogVariablesAreReadUpToTheFirstThatFails) {
     const std::pair<std::uint16_t, const char*> variables[] = {
         {64, "enabled"}, {66, "enabled"}, {65, "301"}, {67, "302"}, {116, "2"}, {117, "4"}};
     for (const auto& [id, text] : variables) {
-        bmc.confSpace.setText(id, text);
+        setVariable(id, text);
     }
     for (unsigned failing = 0; failing <= std::size(variables); ++failing) {
         device.behave();
@@ -181,7 +181,7 @@ TEST_F(ConfSpace, oddWatchdogValues) {
     bmc.confSpace.values[116] = {3}; // no such behaviour: kept, and the reading goes on
     for (const auto& [behaviour, time] : {std::pair<const char*, sim::Bytes>{"2", {9, 0}},
                                           {"4", {9}}}) { // one byte short: the reading ends
-        bmc.confSpace.setText(117, behaviour);
+        setVariable(117, behaviour);
         bmc.confSpace.values[65] = time;
         data.updateWatchdogParameter();
         EXPECT_FALSE(data.getSoftWatchdogEnabled());

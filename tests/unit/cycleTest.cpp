@@ -1,5 +1,5 @@
 #include "agentSignals.h"
-#include "portInformation.h"
+#include "portRecordText.h"
 #include "rig.h"
 #include "sysLog.h"
 #include "tavServerInfo.h"
@@ -169,8 +169,8 @@ TEST_F(Cycle, aChangedHostIsPushedByWhatAndWhere) {
 }
 
 TEST_F(Cycle, theWatchdogSetsThePace) {
-    bmc.confSpace.setText(66, "enabled");
-    bmc.confSpace.setText(67, "300");
+    setVariable(66, "enabled");
+    setVariable(67, "300");
     runThread(24);
     // 300 seconds: a reset is due every 100, so after every 5 waits of 20 seconds.
     EXPECT_EQ(count(resetTimer), 5U);
@@ -186,9 +186,9 @@ TEST_F(Cycle, noRestartIsMissedOnASlowBmc) {
     shell("ip link set tav100 address 02:00:00:00:00:12");
     for (const char* machine : {"blade", "nic"}) {
         become(machine);
-        bmc.confSpace.setText(66, "enabled");
-        bmc.confSpace.setText(67, "240");
-        device.misbehave("1+:slow=1000");
+        setVariable(66, "enabled");
+        setVariable(67, "240");
+        device.misbehave(sim::parseFault("1+:slow=1000"));
         runThread(8);
         std::chrono::milliseconds last{std::chrono::milliseconds::max()};
         std::chrono::milliseconds longest{0};
@@ -214,7 +214,7 @@ TEST_F(Cycle, aSlowBmcIsToldOfTheEnd) {
                  {"50+:slow=1000", 10, true},  {"50+:slow=1400", 10, true},
                  {"50+:slow=4900", 10, false}, {"47+:silent", 10, false}};
     become("nic");
-    bmc.confSpace.setText(66, "enabled");
+    setVariable(66, "enabled");
     addInterfaces(20);
     for (const auto& one : cases) {
         for (const unsigned long call : {230UL, 300UL, 372UL, 500UL}) {
@@ -253,7 +253,7 @@ TEST_F(Cycle, aSlowBmcIsToldOfTheEnd) {
 }
 
 TEST_F(Cycle, aTimerThatAnotherTookIsTakenBack) {
-    bmc.confSpace.setText(66, "enabled");
+    setVariable(66, "enabled");
     runThread(6, [this](std::size_t wait) {
         if (wait == 1) {
             bmc.answer(6, 0, 0x24, sim::Bytes{3, 0, 0, 0, 0, 0}); // another program takes the timer
@@ -269,7 +269,7 @@ TEST_F(Cycle, aTimerThatAnotherTookIsTakenBack) {
 TEST_F(Cycle, anErrorOfTheInventoryEndsTheCycleInOrder) {
     addInterfaces(1);
     shell("ip addr add 10.0.1.2/24 dev tav1");
-    bmc.confSpace.setText(66, "enabled");
+    setVariable(66, "enabled");
     runThread(1);
     EXPECT_THAT(log, ElementsAre(errorWith("if entry for tav1 is already existing."),
                                  errorWith("until tav_init is restarted: Error: if entry")));
@@ -284,7 +284,7 @@ TEST_F(Cycle, survivesAnswersOfEveryLength) {
     addBladesInterface();
     for (const auto& [machine, from] : {std::pair{"kestrelbox", "2+"}, {"old-blade", "4+"}}) {
         become(machine);
-        bmc.confSpace.setText(66, "enabled");
+        setVariable(66, "enabled");
         for (unsigned length = 0; length <= 272; ++length) {
             goWrong(from + std::string(":length=") + std::to_string(length));
             runThread(1);
@@ -312,7 +312,7 @@ TEST_F(Cycle, survivesEveryFaultAtEveryExchange) {
                      ++number) {
                     SCOPED_TRACE(std::to_string(number) + lasting + fault);
                     bmc.confSpace = {};
-                    bmc.confSpace.setText(66, "enabled");
+                    setVariable(66, "enabled");
                     goWrong(std::to_string(number) + lasting + fault);
                     try {
                         runThread(2);

@@ -33,7 +33,7 @@ TEST_F(EepromVersions, bothRecordsAreFetchedAtMostEveryTwoMinutes) {
     goWrong("1-2:cc=0xC1");
     EXPECT_FALSE(versions.update());
     goWrong("1:silent");
-    device.misbehave("10:length=6");
+    device.misbehave(sim::parseFault("10:length=6"));
     EXPECT_TRUE(versions.update());
     EXPECT_EQ(shown(versions, 0), first);
     EXPECT_EQ(shown(versions, 1), "d9 7e 00 77 77 00 00 00 00 00 00 00 00 00 00 00 00 00 00");

@@ -277,7 +277,8 @@ TEST_F(Pni, withoutADeviceThereIsNothingToSay) {
     EXPECT_EQ(access.getNumberOfMacAddresses(), 0U);
     device.behave();
     PniAccess sound;
-    device.misbehave("1+:errno=EIO@receive"); // an error of the transport ends an operation
+    device.misbehave(
+        sim::parseFault("1+:errno=EIO@receive")); // an error of the transport ends an operation
     for (PniAccess* const one : {&access, &sound}) {
         exchanges.clear();
         log.clear();
@@ -518,7 +519,7 @@ TEST_F(Pni, aRecordThatAnotherProgramHasIsWaitedFor) {
     EXPECT_EQ(log.size(), 2U) << "but nothing of the renewal";
     other.reset();
     EXPECT_TRUE(access.renew() && access.setIpv4Address(mac(1), address4(1)));
-    device.misbehave("1+:errno=ENOLCK@lock");
+    device.misbehave(sim::parseFault("1+:errno=ENOLCK@lock"));
     EXPECT_TRUE(access.setIpv4Address(mac(1), address4(2))) << "where there are no locks";
 }
 
@@ -567,7 +568,7 @@ TEST_F(Pni, anUpdateUnderWayIsFinished) {
                 exchanges.push_back(exchange);
                 EXPECT_TRUE((begun && exchange.cmd == 0x11) || ::raise(SIGTERM) == 0);
             });
-            device.misbehave("1+:slow=100");
+            device.misbehave(sim::parseFault("1+:slow=100"));
             EXPECT_EQ(access.setIpv6Address(mac(begun ? 1 : 3), addresses6(15)), begun);
             EXPECT_TRUE(begun ? exchanges.size() > 30 : exchanges.size() == 2);
             expectInStep(access);

@@ -2,6 +2,7 @@
 
 #include "agentSignals.h"
 #include "sysLog.h"
+#include "valueText.h"
 
 #include <algorithm>
 #include <array>
@@ -72,6 +73,10 @@ void Rig::goWrong(const std::string& fault) {
     shifted.last += shifted.last == sim::Fault::always ? 0 : device.exchangeCount();
     device.misbehave(
         sim::Misbehaviour{.faults = {shifted}, .failingCall = {}, .raisedSignals = {}});
+}
+
+void Rig::setVariable(std::uint16_t id, const std::string& text) {
+    bmc.confSpace.values[id] = sim::parseValue(sim::findConfVariable(id)->kind, text);
 }
 
 void Rig::become(const char* machine) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IPv6Address.h"
+#include "faultOptions.h"
 #include "sysLog.h"
 #include "world.h"
 
@@ -31,6 +32,8 @@ class Rig : public ::testing::Test, public World {
     /// From now on this goes wrong, in the textual form of sim::parseFault(), and nothing else. The
     /// next exchange has the number 1.
     void goWrong(const std::string& fault);
+    /// Stores a variable of the BMC's configuration space that is given as text: "enabled".
+    void setVariable(std::uint16_t id, const std::string& text);
     /// Makes the BMC and the host's tables those of this machine.
     void become(const char* machine);
     static void writeFile(const std::string& path, const std::string& content);

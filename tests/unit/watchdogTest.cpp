@@ -16,8 +16,8 @@ class Watchdog : public Rig {
     void setUp(std::vector<unsigned char> bytes) { bmc.answer(6, 0, 0x24, bytes); }
     void start() { bmc.answer(6, 0, 0x22, {}); }
     void enable(const char* seconds) {
-        bmc.confSpace.setText(66, "enabled");
-        bmc.confSpace.setText(67, seconds);
+        setVariable(66, "enabled");
+        setVariable(67, seconds);
     }
     /// Get Watchdog Timer: use, actions, interval, expired uses, initial and present countdown.
     std::string timer() { return hex(bmc.answer(6, 0, 0x25, {})).substr(3); }
@@ -99,7 +99,7 @@ TEST_F(Watchdog, resetTellsWhenTheNextOneIsDue) {
         EXPECT_EQ(clock.alarms.back(), one.alarm);
         EXPECT_TRUE(bmc.watchdog.state().running);
     }
-    device.misbehave("1+:silent");
+    device.misbehave(sim::parseFault("1+:silent"));
     EXPECT_EQ(TavServerInfo::reset_watchdog(TavIpmiWatchdog::timer_use_sms_os, true), 0U);
     EXPECT_EQ(clock.alarms.back(), 0U) << "nothing to be woken for";
 }
@@ -115,7 +115,7 @@ TEST_F(Watchdog, settingsAreBroughtIntoLine) {
                  {"7000", "0", "58 1b; 00", "04 00 00 00 ff ff ff ff"}}; // more than it can hold
     for (const auto& one : cases) {
         enable(one.time);
-        bmc.confSpace.setText(117, one.behaviour);
+        setVariable(117, one.behaviour);
         EXPECT_TRUE(server.updateWatchdog());
         EXPECT_TRUE(server.softWatchdogEnabled());
         EXPECT_EQ(hex(bmc.confSpace.values.at(67)) + "; " + hex(bmc.confSpace.values.at(117)),
@@ -146,7 +146,7 @@ TEST_F(Watchdog, aTimerThatIsOffOrCannotBeSetUpIsNotRestarted) {
         EXPECT_EQ(clock.alarms.back(), 150U);
         EXPECT_EQ(::raise(SIGALRM), 0);
         setUp({3, 1, 0, 0, 0, 0});
-        bmc.confSpace.setText(66, switchedOff ? "disabled" : "enabled");
+        setVariable(66, switchedOff ? "disabled" : "enabled");
         goWrong(fault);
         EXPECT_TRUE(server.updateWatchdog());
         EXPECT_FALSE(server.softWatchdogEnabled());

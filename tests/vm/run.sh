@@ -86,7 +86,7 @@ low_memory='dd if=/dev/mem of=/tmp/low bs=64k skip=15 count=1 2>/dev/null && tes
 kernels_table=/sys/firmware/dmi/tables/smbios_entry_point
 
 echo "# Who the machine is"
-vm_prepare build/release/sim build/release/src/sbin/tav_init
+vm_prepare build/release/tools build/release/src/sbin/tav_init
 # Without sysfs there is nothing but the entry point in low memory.
 check_blade BIOS "$low_memory && grep -q _SM_ /tmp/low && umount /sys"
 check_blade "UEFI, 32 bit" "$low_memory && ! grep -q _SM /tmp/low && grep -q _SM_ $kernels_table" \

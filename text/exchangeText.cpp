@@ -1,10 +1,10 @@
 #include "exchangeText.h"
 
 #include "bladeText.h"
-#include "confVariables.h"
 #include "fruText.h"
 #include "messagingText.h"
 #include "text.h"
+#include "valueText.h"
 
 #include <algorithm>
 #include <array>

@@ -1,10 +1,10 @@
 #include "bmcView.h"
 
 #include "bladeText.h"
-#include "confVariables.h"
 #include "exchangeText.h"
-#include "portInformation.h"
+#include "portRecordText.h"
 #include "text.h"
+#include "valueText.h"
 
 namespace sim {
 

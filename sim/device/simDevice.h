@@ -36,8 +36,8 @@ class SimDevice final : public IpmiDevice {
     void observe(Observer observer_);
     /// From now on all of this goes wrong, and nothing else.
     void misbehave(const Misbehaviour& misbehaviour_);
-    /// Adds one fault, in the textual form of parseFault().
-    void misbehave(std::string_view fault);
+    /// Adds one fault.
+    void misbehave(const Fault& fault);
     /// Nothing goes wrong any more.
     void behave() { misbehave(Misbehaviour{}); }
     /// Without its node every open fails with ENOENT.

@@ -1,7 +1,6 @@
 #include "bmcOptions.h"
 
-#include "confVariables.h"
-#include "text.h"
+#include "valueText.h"
 
 #include <algorithm>
 #include <charconv>
@@ -16,8 +15,7 @@ constexpr std::uint16_t softWatchdogTime = 67;
 
 void addValue(BmcOptions& options, std::string_view name, const std::string& value) {
     const ConfVariable& variable = namedConfVariable(name);
-    parseValue(variable.kind, value); // says now what is wrong with it
-    options.values.emplace_back(variable.id, value);
+    options.values.emplace_back(variable.id, parseValue(variable.kind, value));
 }
 
 void takeSet(BmcOptions& options, const std::string& text) {
@@ -29,7 +27,7 @@ void takeSet(BmcOptions& options, const std::string& text) {
 }
 
 void takeWatchdog(BmcOptions& options, const std::string& text) {
-    options.values.emplace_back(softWatchdogEnable, "enabled");
+    addValue(options, std::to_string(softWatchdogEnable), "enabled");
     addValue(options, std::to_string(softWatchdogTime), text);
 }
 
@@ -121,7 +119,7 @@ void setUp(Bmc& bmc, const BmcOptions& options) {
     options.machine->setUp(bmc);
     bmc.agentConnection.connected = options.connected;
     for (const auto& [id, value] : options.values) {
-        bmc.confSpace.setText(id, value);
+        bmc.confSpace.values[id] = value;
     }
 }
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <csignal>
-#include <cstring>
 #include <iterator>
 #include <stdexcept>
 
@@ -89,27 +87,6 @@ long parseNumber(std::string_view text, long least, long most) {
                                     std::to_string(least) + " to " + std::to_string(most));
     }
     return value;
-}
-
-int parseErrno(std::string_view name) {
-    constexpr int highestErrno = 133;
-    for (int error = 1; error <= highestErrno; ++error) {
-        const char* const known = ::strerrorname_np(error);
-        if (known != nullptr && name == known) {
-            return error;
-        }
-    }
-    throw std::invalid_argument("'" + std::string(name) + "' is not the name of an errno value");
-}
-
-int parseSignal(std::string_view name) {
-    for (int signal = 1; signal < SIGRTMIN; ++signal) {
-        const char* const known = ::sigabbrev_np(signal);
-        if (known != nullptr && name == std::string("SIG") + known) {
-            return signal;
-        }
-    }
-    throw std::invalid_argument("'" + std::string(name) + "' is not the name of a signal");
 }
 
 } // namespace sim

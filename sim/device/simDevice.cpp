@@ -376,10 +376,9 @@ void SimDevice::misbehave(const Misbehaviour& misbehaviour_) {
     misbehaviour = misbehaviour_;
 }
 
-void SimDevice::misbehave(std::string_view fault) {
-    const Fault parsed = parseFault(fault);
+void SimDevice::misbehave(const Fault& fault) {
     const DeviceSection section(mutex);
-    misbehaviour.faults.push_back(parsed);
+    misbehaviour.faults.push_back(fault);
 }
 
 void SimDevice::setNodePresent(bool present) {

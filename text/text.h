@@ -27,8 +27,5 @@ std::string macText(Data mac);
 /// Whole number, decimal or with 0x in front, between `least` and `most`; otherwise throws
 /// std::invalid_argument saying what it should have been.
 long parseNumber(std::string_view text, long least, long most);
-/// By name ("EIO", "SIGTERM"); throws std::invalid_argument for an unknown one.
-int parseErrno(std::string_view name);
-int parseSignal(std::string_view name);
 
 } // namespace sim

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <map>
-#include <string>
 
 namespace sim {
 
@@ -19,10 +18,6 @@ class ConfSpace {
 
     /// What the BMC has, by number. The firmware is free to hold values of any length.
     std::map<std::uint16_t, Bytes> values;
-
-    /// Stores a value given as text, such as "192.0.2.1"; throws std::invalid_argument when there
-    /// is no such variable or the text does not fit it.
-    void setText(std::uint16_t id, const std::string& text);
 
   private:
     Reply read(Data request) const;

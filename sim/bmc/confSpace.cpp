@@ -2,6 +2,10 @@
 
 #include "confVariables.h"
 
+#include <cstring>
+#include <iterator>
+#include <utility>
+
 namespace sim {
 
 namespace {
@@ -20,13 +24,7 @@ std::uint16_t variableNumber(Data request) {
 } // namespace
 
 ConfSpace::ConfSpace() {
-    const std::pair<std::uint16_t, const char*> initial[] = {
-        {64, "disabled"},
-        {65, "600"},
-        {66, "disabled"},
-        {67, "300"},
-        {116, "reset"},
-        {117, "continue"},
+    const std::pair<std::uint16_t, const char*> texts[] = {
         {512, "room 1, rack 2"},
         {513, "demo-server"},
         {514, "R1.4.0"},
@@ -36,15 +34,23 @@ ConfSpace::ConfSpace() {
         {518, "chassis model 2"},
         {519, "SN00000001"},
         {520, "example vendor"},
-        {522, "0.0.0.0"},
-        {523, "0.0.0.0"},
-        {524, "0.0.0.0"},
-        {525, "0.0.0.0"},
         {527, "none yet"},
     };
-    for (const auto& [id, text] : initial) {
-        setText(id, text);
+    for (const auto& [id, text] : texts) {
+        values[id].assign(text, text + std::strlen(text));
     }
+    for (const std::uint16_t address : std::initializer_list<std::uint16_t>{522, 523, 524, 525}) {
+        values[address] = {0, 0, 0, 0};
+    }
+    const std::pair<std::uint16_t, Bytes> watchdogs[] = {
+        {64, {0}},          // at boot: disabled,
+        {65, {0x58, 0x02}}, // 600 s,
+        {116, {2}},         // reset
+        {66, {0}},          // of the OS: disabled,
+        {67, {0x2C, 0x01}}, // 300 s,
+        {117, {0}},         // continue
+    };
+    values.insert(std::begin(watchdogs), std::end(watchdogs));
 }
 
 Reply ConfSpace::serve(Data request) {
@@ -98,11 +104,6 @@ Reply ConfSpace::write(Data request) {
         found->second.assign(value.begin(), value.end());
     }
     return {verdict};
-}
-
-void ConfSpace::setText(std::uint16_t id, const std::string& text) {
-    const ConfVariable& variable = namedConfVariable(std::to_string(id));
-    values[id] = parseValue(variable.kind, text);
 }
 
 } // namespace sim

@@ -3,8 +3,6 @@
 #include "ipmiMessage.h"
 
 #include <cstdint>
-#include <string>
-#include <string_view>
 
 namespace sim {
 
@@ -28,14 +26,18 @@ struct ConfVariable {
 std::span<const ConfVariable> confVariables() noexcept;
 /// Null when there is no such variable.
 const ConfVariable* findConfVariable(std::uint16_t id) noexcept;
-/// By name or number; throws std::invalid_argument when there is no such variable.
-const ConfVariable& namedConfVariable(std::string_view name);
 
+/// A value of one byte that has a name.
+struct ValueWord {
+    ValueKind kind;
+    unsigned char value;
+    const char* word;
+};
+std::span<const ValueWord> valueWords() noexcept;
+
+/// Whether a value of this kind may have that many bytes.
+bool lengthFits(ValueKind kind, std::size_t length) noexcept;
 /// Completion code for an attempt to write `value` to a variable of this kind.
 unsigned char checkValue(ValueKind kind, Data value) noexcept;
-/// A value for the human eye; one that does not fit its kind is shown in hexadecimal.
-std::string valueText(ValueKind kind, Data value);
-/// The bytes of a value given as text; throws std::invalid_argument when it does not fit the kind.
-Bytes parseValue(ValueKind kind, const std::string& text);
 
 } // namespace sim

@@ -42,8 +42,4 @@ Bytes fruImage(const PortInformation& record, std::size_t size);
 /// Makes all checksums right again, as far as the areas still lie inside the FRU.
 void fixChecksums(Bytes& image);
 
-/// The record in a FRU as a tree, with the state of its checksums. Says what is broken, and tells
-/// nothing of what lies behind it.
-std::string portInformationText(Data image);
-
 } // namespace sim

@@ -3,7 +3,7 @@
 #include "exchange.h"
 
 #include <limits>
-#include <string_view>
+#include <vector>
 
 namespace sim {
 
@@ -61,16 +61,5 @@ struct Misbehaviour {
     int errorAt(unsigned long callNumber) const;
     int signalAt(unsigned long callNumber) const;
 };
-
-/// "EXCHANGES:WHAT", where EXCHANGES is "3", "2-4" or "5+", and WHAT one of
-///   cc=CODE  silent  length=BYTES  bytes=HEX@PLACE  foreign-id  events=COUNT  commands=COUNT
-///   type=NUMBER  slow=MILLISECONDS  errno=NAME@CALL (CALL is open, send, wait, receive, close or
-///   lock; a lock goes with the exchange that follows)
-/// Throws std::invalid_argument for anything else, as the next two do.
-Fault parseFault(std::string_view text);
-/// "NUMBER:ERRNO" or "NUMBER+:ERRNO".
-FailingCall parseFailingCall(std::string_view text);
-/// "NUMBER:SIGNAL".
-RaisedSignal parseRaisedSignal(std::string_view text);
 
 } // namespace sim

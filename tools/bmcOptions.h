@@ -36,8 +36,8 @@ struct BmcOptions {
     bool connected = true;
     double speed = 1;
     const Machine* machine = &namedMachine("plain");
-    std::string trace;                                         // empty: standard output
-    std::vector<std::pair<std::uint16_t, std::string>> values; // configuration space
+    std::string trace;                                   // empty: standard output
+    std::vector<std::pair<std::uint16_t, Bytes>> values; // configuration space
 };
 
 /// The options that fill `options`.

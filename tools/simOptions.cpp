@@ -1,5 +1,7 @@
 #include "simOptions.h"
 
+#include "faultOptions.h"
+
 namespace sim {
 
 namespace {

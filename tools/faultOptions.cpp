@@ -1,9 +1,11 @@
-#include "misbehaviour.h"
+#include "faultOptions.h"
 
 #include "text.h"
 
 #include <algorithm>
 #include <array>
+#include <csignal>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -43,6 +45,29 @@ Halves split(std::string_view text, char separator) {
         return {text, {}};
     }
     return {text.substr(0, place), text.substr(place + 1)};
+}
+
+/// By name: "EIO".
+int parseErrno(std::string_view name) {
+    constexpr int highestErrno = 133;
+    for (int error = 1; error <= highestErrno; ++error) {
+        const char* const known = ::strerrorname_np(error);
+        if (known != nullptr && name == known) {
+            return error;
+        }
+    }
+    throw std::invalid_argument("'" + std::string(name) + "' is not the name of an errno value");
+}
+
+/// By name: "SIGTERM".
+int parseSignal(std::string_view name) {
+    for (int signal = 1; signal < SIGRTMIN; ++signal) {
+        const char* const known = ::sigabbrev_np(signal);
+        if (known != nullptr && name == std::string("SIG") + known) {
+            return signal;
+        }
+    }
+    throw std::invalid_argument("'" + std::string(name) + "' is not the name of a signal");
 }
 
 unsigned parseExchangeNumber(std::string_view text) {
@@ -116,34 +141,6 @@ unsigned long parseCallNumber(std::string_view text) {
 }
 
 } // namespace
-
-const Fault* Misbehaviour::find(FaultKind kind, unsigned exchange) const {
-    const auto found = std::ranges::find_if(
-        faults, [&](const Fault& fault) { return fault.kind == kind && fault.concerns(exchange); });
-    return found == faults.end() ? nullptr : &*found;
-}
-
-int Misbehaviour::errorOf(DeviceCall call, unsigned exchange, int scheduledError) const {
-    if (scheduledError != 0) {
-        return scheduledError;
-    }
-    const auto found = std::ranges::find_if(faults, [&](const Fault& fault) {
-        return fault.kind == FaultKind::deviceError && fault.call == call &&
-               fault.concerns(exchange);
-    });
-    return found == faults.end() ? 0 : found->value;
-}
-
-int Misbehaviour::errorAt(unsigned long callNumber) const {
-    const bool fails = failingCall.fromThenOn ? callNumber >= failingCall.number
-                                              : callNumber == failingCall.number;
-    return fails ? failingCall.error : 0;
-}
-
-int Misbehaviour::signalAt(unsigned long callNumber) const {
-    const auto found = std::ranges::find(raisedSignals, callNumber, &RaisedSignal::number);
-    return found == raisedSignals.end() ? 0 : found->signal;
-}
 
 Fault parseFault(std::string_view text) {
     const auto [exchanges, what] = split(text, ':');
