@@ -113,6 +113,13 @@ TEST_F(HostFault, everySystemCall) {
             failEach(mode, kind, EINTR, calls[kind]);
         }
     }
+    const std::vector<std::string> texts = logTexts();
+    for (const char* text :
+         {"unable to create a new session", "unable to change directory", "freopen on stdin",
+          "freopen on stdout", "freopen on stderr", "unable to fork daemon", "wait for the daemon",
+          "unable to write the pid file", "unable to remove file", "SIOCGIFCONF failed"}) {
+        EXPECT_THAT(texts, testing::Contains(testing::HasSubstr(text)));
+    }
     std::cout << "system calls failed: " << points << " points\n";
 }
 

@@ -273,7 +273,7 @@ TEST_F(Pni, withoutADeviceThereIsNothingToSay) {
     PniAccess access;
     EXPECT_FALSE(access);
     EXPECT_THAT(log, ElementsAre(LogLine{LOG_ERR, "IPMI access has failed."},
-                                 testing::Field(&LogLine::text, HasSubstr("SEND_COMMAND"))));
+                                 errorWith("SEND_COMMAND")));
     EXPECT_EQ(access.getNumberOfMacAddresses(), 0U);
     device.behave();
     PniAccess sound;
@@ -288,6 +288,7 @@ TEST_F(Pni, withoutADeviceThereIsNothingToSay) {
         EXPECT_TRUE(one->clearIpAddressData());
         EXPECT_EQ(exchanges.size(), one == &sound ? 4U : 0U);
         EXPECT_EQ(log.size(), exchanges.size());
+        EXPECT_THAT(log, testing::Each(errorWith("RECEIVE_MSG")));
     }
     EXPECT_TRUE(sound) << "it is only this time";
 }
@@ -377,7 +378,7 @@ TEST_F(Pni, ipv6AddressesMoveWhatFollows) {
         EXPECT_EQ(specific(3, 0, 45), behind);
         EXPECT_EQ(log.size(), count > 15 ? 1U : 0U);
         EXPECT_EQ(access.getMacAddress(2), mac(3));
-        EXPECT_TRUE(access.setIpv4Address(mac(3), address4(7)));
+        EXPECT_TRUE(access.setIpv6Address(mac(3), addresses6(15))) << "a second growth";
         expectInStep(access);
     }
 }
