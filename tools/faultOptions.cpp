@@ -27,9 +27,10 @@ struct FaultWord {
     long most;
 };
 
-constexpr std::array<FaultWord, 8> faultWords = {{
+constexpr std::array<FaultWord, 9> faultWords = {{
     {"cc", FaultKind::completionCode, true, 0, 0xFF},
     {"silent", FaultKind::silent, false, 0, 0},
+    {"silent-bus", FaultKind::silentBus, false, 0, 0},
     {"length", FaultKind::length, true, 0, longestAnswer},
     {"foreign-id", FaultKind::foreignId, false, 0, 0},
     {"events", FaultKind::events, true, 1, 1000},

@@ -58,6 +58,7 @@ Misbehaviour:
                        WHAT is one of
       cc=CODE            refused with this completion code
       silent             no answer
+      silent-bus         no answer from another controller on the IPMB
       length=BYTES       answer cut or filled up to this length, completion code included
                          (273 is more than a receive takes)
       bytes=HEX@PLACE    answer with these bytes from this place on, for example ff01@4

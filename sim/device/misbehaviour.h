@@ -10,6 +10,7 @@ namespace sim {
 enum class FaultKind {
     completionCode, // the request is refused with completion code `value`
     silent,         // the request is lost: no answer
+    silentBus,      // the same if it is for another controller on the IPMB
     length,         // the answer is cut or filled up to `value` bytes, completion code included
     bytes,          // the answer has `bytes` from place `value` on, whatever its length was
     foreignId,      // the answer carries another message id

@@ -271,7 +271,9 @@ void SimDevice::carryOut(Descriptor& sender, long msgid) {
     Exchange& exchange = sender.exchange;
     const unsigned number = exchange.number;
     queueOtherRecords(sender);
-    if (misbehaviour.find(FaultKind::silent, number) != nullptr) {
+    if (misbehaviour.find(FaultKind::silent, number) != nullptr ||
+        (exchange.slaveAddress != 0 &&
+         misbehaviour.find(FaultKind::silentBus, number) != nullptr)) {
         return;
     }
     const Fault* const slow = misbehaviour.find(FaultKind::slow, number);
