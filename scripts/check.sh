@@ -68,9 +68,10 @@ if ! install_packages "${vm_packages[@]}"; then
     echo "************ SKIPPED: QEMU cannot be installed, no virtual machine is run ************"
 fi
 
-step "format and rooms"
+step "format, rooms and manuals"
 git ls-files '*.h' '*.cpp' | xargs clang-format-14 --dry-run -Werror
 scripts/rooms.sh
+tests/manual.sh
 
 build release
 start_suite release '*'

@@ -6,7 +6,7 @@ build_packages=(cmake g++ ninja-build linux-libc-dev)
 demo_packages=(iproute2 util-linux)
 # To check everything.
 check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev libgtest-dev libgmock-dev
-    libbenchmark-dev binutils strace)
+    libbenchmark-dev binutils strace mandoc)
 # To run it in virtual machines.
 vm_packages=(qemu-system-x86 ovmf busybox-static cpio dpkg xz-utils util-linux)
 # To measure it there beside other programs.

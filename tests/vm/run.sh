@@ -10,15 +10,6 @@ patience=60 # seconds until something must have happened
 
 pass() { echo "ok: $*"; }
 
-# The command's output must match.
-expect() { # WHAT EXTENDED-REGULAR-EXPRESSION COMMAND...
-    local what=$1 pattern=$2 output status=0
-    shift 2
-    output=$("$@") || status=$?
-    grep -qE -- "$pattern" <<<"$output" || vm_fail "FAILED: $what: no '$pattern' in '$output' ($status)"
-    pass "$what"
-}
-
 # The command's output must match within $patience.
 await() { # WHAT EXTENDED-REGULAR-EXPRESSION COMMAND...
     local what=$1 pattern=$2 output deadline=$((SECONDS + patience))
@@ -29,6 +20,9 @@ await() { # WHAT EXTENDED-REGULAR-EXPRESSION COMMAND...
     done
     pass "$what"
 }
+
+# The same at once.
+expect() { patience=0 await "$@"; } # WHAT EXTENDED-REGULAR-EXPRESSION COMMAND...
 
 # Runs a command line in the machine, which must end with that status.
 guest_ends() { # WHAT STATUS COMMAND-LINE
@@ -42,6 +36,7 @@ guest_ends() { # WHAT STATUS COMMAND-LINE
 bmc_log_length() { wc -l <"$bmc_log"; }
 bmc_log_behind() { tail -n "+$(($1 + 1))" "$bmc_log"; } # LINE
 resets_behind() { bmc_log_behind "$1" | grep -c 'Reset Watchdog Timer .*-> ok' || true; } # LINE
+writes_behind() { bmc_log_behind "$1" | grep -c 'Write FRU data' || true; } # LINE
 
 # The time of its last exchange.
 bmc_seconds() {
@@ -86,7 +81,7 @@ low_memory='dd if=/dev/mem of=/tmp/low bs=64k skip=15 count=1 2>/dev/null && tes
 kernels_table=/sys/firmware/dmi/tables/smbios_entry_point
 
 echo "# Who the machine is"
-vm_prepare build/release/tools build/release/src/sbin/tav_init
+vm_prepare build/release/tools build/release/src/sbin/tav_init /usr/bin/flock
 # Without sysfs there is nothing but the entry point in low memory.
 check_blade BIOS "$low_memory && grep -q _SM_ /tmp/low && umount /sys"
 check_blade "UEFI, 32 bit" "$low_memory && ! grep -q _SM /tmp/low && grep -q _SM_ $kernels_table" \
@@ -106,6 +101,14 @@ guest_ends "once" 0 'tav_init -s'
 await "once: address in the configuration space" 'conf_server_IPAddress1 +192\.0\.2\.1$' bmc_view
 expect "once: address in the port's record" '^ +192\.0\.2\.1$' bmc_view
 expect "once: the record is sound" 'checksums: header right, body right' bmc_view
+
+locked=$(bmc_log_length)
+guest 'flock /dev/ipmi0 sleep 1000 &'
+guest_ends "record locked by another program: once" 0 'tav_init -s'
+expect "record locked by another program: left alone" '^0$' writes_behind "$locked"
+guest 'kill $(pidof sleep)'
+guest_ends "record unlocked again: once" 0 'tav_init -s'
+expect "record unlocked again: written" '^[1-9]' writes_behind "$locked"
 
 start_daemon "daemon: start"
 guest_ends "daemon: number in the pid file" 0 'grep -qx tav_init /proc/$(cat /var/run/tavd.pid)/comm'
