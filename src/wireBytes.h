@@ -1,11 +1,16 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <span>
 #include <type_traits>
+
+static_assert(std::endian::native == std::endian::little,
+              "tav_init runs on little-endian machines only: the records' bit fields count on it");
+static_assert(sizeof(void*) == 8, "tav_init runs on 64-bit machines only");
 
 /// Bytes of a message, as received or as to be sent.
 using ByteView = std::span<const unsigned char>;

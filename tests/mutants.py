@@ -84,7 +84,8 @@ def run(command, seconds, folder=None):
 
 # Builds everything as it is; gives the commands that compile and link.
 def prepared():
-    subprocess.run(["cmake", "-GNinja", "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug", "--log-level=ERROR",
+    subprocess.run(["cmake", "-GNinja", "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug", "-DTAV_TESTS=ON",
+                    "--log-level=ERROR",
                     "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"],
                    stdout=subprocess.DEVNULL, check=True)
     ninja = ["ninja", "-C", BUILD, "--quiet"]
