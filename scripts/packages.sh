@@ -12,6 +12,9 @@ vm_packages=(qemu-system-x86 ovmf busybox-static cpio dpkg xz-utils util-linux)
 # To measure it there beside other programs.
 vm_bench_packages=(ipmitool freeipmi-bmc-watchdog strace time)
 
+# To make packages of it (scripts/package.sh).
+package_packages=(debhelper dpkg-dev fakeroot lintian pkg-config systemd udev)
+
 # To put faults into the sources and see whether the tests notice (tests/mutants.py).
 mutant_packages=(python3)
 
