@@ -36,6 +36,7 @@ extern const char behindDirectCall[];
 }
 
 asm(R"(
+    .pushsection .text
 directCall:
     mov %rdi, %rax
     mov %rsi, %rdi
@@ -47,6 +48,7 @@ directCall:
     syscall
 behindDirectCall:
     ret
+    .popsection
 )");
 
 namespace {
