@@ -238,7 +238,7 @@ int main(int argc, char** argv) {
     ::testing::InitGoogleMock(&argc, argv);
     if (::unshare(CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWPID) != 0) {
         std::perror("namespaces of its own are needed");
-        return EXIT_FAILURE;
+        return 77; // ctest takes it for skipped
     }
     const pid_t first = ::fork();
     if (first != 0) {
