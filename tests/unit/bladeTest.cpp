@@ -19,9 +19,10 @@ class Blade : public Rig {
 };
 
 TEST_F(Blade, identityTextsComeFromTheBmc) {
+    goWrong("1:bytes=0203@10");
     TavIpmiDeviceIdData identity;
     EXPECT_EQ(identity.getManufacturerId(), "007ed9");
-    EXPECT_EQ(identity.getProductId(), "0001");
+    EXPECT_EQ(identity.getProductId(), "0302");
     EXPECT_EQ(identity.getVersionInfo(), "IPMIv2 - fw v1.40.0a.0b.0c.41");
     EXPECT_EQ(identity.getVersion(), version);
     EXPECT_EQ(identity.getRevisionNumber(), 0x0140);
@@ -255,8 +256,10 @@ TEST_F(Blade, reportsGoOutAsTheChassisExpectsThem) {
                             "30/e7: 02 01 03 02 20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 01",
                             "30/e7: 02 00 02 02 fe 80 00 00 00 00 00 00 00 00 00 00 00 00 00 01",
                             "04/02: 04 c0 09 6f 45 8f ff"));
-    EXPECT_EQ(exchanges[0].lun, 1);
-    EXPECT_EQ(exchanges[3].slaveAddress, 0x24);
+    for (const sim::Exchange& one : exchanges) {
+        EXPECT_EQ(one.lun, one.netfn == 0x30 ? 1 : 0);
+        EXPECT_EQ(one.slaveAddress, one.netfn == 0x30 ? 0 : 0x24);
+    }
     EXPECT_EQ(bmc.blade->chassis.osStatus, 5U);
     exchanges.clear();
     EXPECT_FALSE(info.sendIpAddressInfo(ipv4, portMac(9)));

@@ -150,6 +150,10 @@ TEST_F(HostInterfaces, areReadFromTheKernel) {
               "2001:db8::10/48/6 ::/0/0");
     EXPECT_EQ(described(inventory, 0), unknown);
     EXPECT_EQ(described(inventory, ::if_nametoindex("tav1")), unknown);
+    shell("ip addr add 2001:db8::11/48 nodad dev lo");
+    EXPECT_FALSE(inventory == TavIp()) << "one address more";
+    EXPECT_TRUE(TavIp() == inventory) << "one less goes unnoticed";
+    shell("ip addr del 2001:db8::11/48 dev lo");
 }
 
 TEST_F(HostInterfaces, aSecondAddressOfOneInterfaceIsAnError) {
