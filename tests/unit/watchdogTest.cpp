@@ -91,7 +91,7 @@ TEST_F(Watchdog, resetTellsWhenTheNextOneIsDue) {
         unsigned char countLow, countHigh;
         unsigned alarm, due;
     } cases[] = {{0x00, 10, 0x60, 0x09, 115, 77}, // no interrupt: the interval counts
-                 {0x20, 10, 0x60, 0x09, 120, 80}, // NMI: it does not
+                 {0x20, 10, 0x6A, 0x09, 121, 81}, // NMI: it does not
                  {0x00, 0, 0x32, 0x00, 3, 2}};
     for (const auto& one : cases) {
         setUp({4, one.interrupt, one.interval, 0, one.countLow, one.countHigh});
