@@ -40,9 +40,22 @@ std::string serviceOf(const std::string& process) {
     return "";
 }
 
+/// The name of a process that lives; empty for others.
+std::string nameOf(const std::filesystem::path& folder) {
+    // "NUMBER (NAME) STATE ...", where the name may hold anything.
+    const std::string line = LineReader(folder / "stat").next().value_or("");
+    const std::size_t begin = line.find('(');
+    const std::size_t end = line.rfind(") ");
+    if (begin == std::string::npos || end == std::string::npos || end < begin) {
+        return "";
+    }
+    const std::string_view state = std::string_view(line).substr(end + 2, 1);
+    return state == "Z" || state == "X" ? "" : line.substr(begin + 1, end - begin - 1);
+}
+
 void takeProcess(HostStatus& host, const std::filesystem::path& folder) {
     const pid_t number = numberIn(folder.filename().native());
-    const std::string name = number == 0 ? "" : LineReader(folder / "comm").next().value_or("");
+    const std::string name = number == 0 ? "" : nameOf(folder);
     if (name == agentName) {
         host.agents.push_back({number, name, serviceOf(folder)});
     } else if (name == watchdogProgram) {

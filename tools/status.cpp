@@ -31,6 +31,12 @@ Slot compareSlot(const BmcStatus& bmc, std::size_t position, Interface expected)
     return slot;
 }
 
+/// Slots that were not asked for, because the asking ended early, are not compared.
+bool slotsAsked(const BmcStatus& bmc) {
+    return !bmc.confSpace.empty() &&
+           (bmc.reach == Reach::answering || bmc.confSpace.contains(slotVariables.back()));
+}
+
 /// The host's first interfaces have the slots, in their order.
 void compareSlots(Status& status) {
     const std::vector<Interface>& interfaces = status.host.interfaces;
@@ -48,7 +54,7 @@ void compareSlots(Status& status) {
 
 Status collectStatus(const HostPlaces& places) {
     Status status{askBmc(), lookAtHost(places), {}, {}};
-    if (!status.bmc.confSpace.empty() && status.host.interfaceTrouble.empty()) {
+    if (slotsAsked(status.bmc) && status.host.interfaceTrouble.empty()) {
         compareSlots(status);
     }
     return status;

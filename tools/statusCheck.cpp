@@ -122,7 +122,9 @@ void judgePidFile(const HostStatus& host, Findings& findings) {
 
 void judgeAgent(const Status& status, Findings& findings) {
     judgePidFile(status.host, findings);
-    if (status.host.agents.empty()) {
+    if (status.bmc.answers == 0) {
+        // A machine without a BMC needs no agent.
+    } else if (status.host.agents.empty()) {
         add(findings, Severity::warning, "agent_not_running",
             "no agent runs: the BMC does not learn what changes on this host");
     } else if (status.bmc.agentConnected == false) {
@@ -155,9 +157,6 @@ std::string slotProblem(const Slot& slot) {
 }
 
 void judgeSlots(const Status& status, Findings& findings) {
-    if (status.bmc.reach != Reach::answering) {
-        return; // what was not asked any more is not wrong
-    }
     constexpr std::array keys = {"", "", "slot_stale", "slot_missing", "slot_unreadable"};
     for (const Slot& slot : status.slots) {
         if (std::string text = slotProblem(slot); !text.empty()) {

@@ -85,6 +85,18 @@ double seconds(std::uint16_t counts) {
     return counts / 10.0;
 }
 
+/// The uses whose expiry is recorded.
+Json expiredJson(const tavIpmi::TavWatchdogTimerGetRespData& timer) {
+    const unsigned flags = std::bit_cast<unsigned char>(timer.timerUseExpirationFlags);
+    Json uses = Json::array();
+    for (unsigned use = 0; use < 8; ++use) {
+        if ((flags >> use & 1U) != 0) {
+            uses.push_back(sim::timerUseText(use));
+        }
+    }
+    return uses;
+}
+
 Json watchdogJson(const tavIpmi::TavWatchdogTimerGetRespData& timer) {
     return {{"use", sim::timerUseText(timer.timerUse.timer_use)},
             {"action", sim::timerActionText(timer.timerActions.timeout_action)},
@@ -96,8 +108,7 @@ Json watchdogJson(const tavIpmi::TavWatchdogTimerGetRespData& timer) {
             {"pre_timeout_interrupt", timer.timerActions.pretimout_interrupt + 0},
             {"pre_timeout_seconds", timer.preTimeoutInterval},
             {"logged", timer.timerUse.no_log == 0},
-            {"expired",
-             sim::expirationText(std::bit_cast<unsigned char>(timer.timerUseExpirationFlags))}};
+            {"expired", expiredJson(timer)}};
 }
 
 Json processJson(const Process& process) {

@@ -67,9 +67,9 @@ std::string bmcTable(const Status& status) {
         table += row("firmware", firmwareText(*identity) + " " + sim::hexText(identity->auxiliary) +
                                      ", IPMI " + std::to_string(identity->ipmiMajor) + "." +
                                      std::to_string(identity->ipmiMinor));
-        table += row("product, device", std::to_string(identity->product) + ", " +
-                                            std::to_string(identity->deviceId) + " revision " +
-                                            std::to_string(identity->deviceRevision));
+        table += row("product", std::to_string(identity->product) + ", device " +
+                                    std::to_string(identity->deviceId) + ", revision " +
+                                    std::to_string(identity->deviceRevision));
     } else {
         table += row("maker", "unknown");
     }
