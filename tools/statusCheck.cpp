@@ -166,10 +166,51 @@ void judgeSlots(const Status& status, Findings& findings) {
     }
 }
 
-void judgePortRecord(const BmcStatus& bmc, Findings& findings) {
-    if (bmc.reach == Reach::answering && bmc.portRecord && !bmc.portRecord->fault.empty()) {
+/// The IPv4 address in a port's list; 0.0.0.0 if there is none.
+IPv4Address shownBy(const PortFunction& port) {
+    IPv4Address shown;
+    if (!port.addresses.empty() && port.addresses.front().size() == sizeof shown.v) {
+        shown = port.addresses.front().data();
+    }
+    return shown;
+}
+
+/// The agent empties all ports before each interface, so that the last one's address stays.
+IPv4Address expectedOf(const PortFunction& port, const HostStatus& host) {
+    if (host.interfaces.empty()) {
+        return {};
+    }
+    const Interface& last = host.interfaces.back();
+    return last.mac == port.activeMac || last.mac == port.manufacturedMac ? last.ipv4
+                                                                          : IPv4Address();
+}
+
+void judgePort(const PortFunction& port, const HostStatus& host, Findings& findings) {
+    const IPv4Address shown = shownBy(port);
+    const IPv4Address expected = expectedOf(port, host);
+    if (shown == expected) {
+        return;
+    }
+    const std::string place = "port " + std::to_string(port.port) + " of module " +
+                              std::to_string(port.module) + " in the port information ";
+    add(findings, Severity::warning, shown ? "port_stale" : "port_missing",
+        place + (shown ? "shows " + std::string(shown) : "is empty") + " instead of " +
+            (expected ? std::string(expected) : "none"));
+}
+
+void judgePortRecord(const Status& status, Findings& findings) {
+    if (status.bmc.reach != Reach::answering || !status.bmc.portRecord) {
+        return;
+    }
+    const PortRecord& record = *status.bmc.portRecord;
+    if (!record.fault.empty()) {
         add(findings, Severity::warning, "port_record_unsound",
-            "the agent leaves the port information alone: " + bmc.portRecord->fault);
+            "the agent leaves the port information alone: " + record.fault);
+    }
+    for (const PortFunction& port : record.functions) {
+        if (port.activeMac && status.host.interfaceTrouble.empty()) {
+            judgePort(port, status.host, findings);
+        }
     }
 }
 
@@ -193,7 +234,7 @@ std::vector<Finding> findingsIn(const Status& status) {
     judgeTimer(status, findings);
     judgeAgent(status, findings);
     judgeSlots(status, findings);
-    judgePortRecord(status.bmc, findings);
+    judgePortRecord(status, findings);
     std::ranges::stable_sort(findings, std::ranges::greater{}, weight);
     return findings;
 }

@@ -76,10 +76,11 @@ std::string bmcTable(const Status& status) {
     return table + row("server", serverText(status));
 }
 
-std::string ownerText(const tavIpmi::TavWatchdogTimerGetRespData& timer) {
+std::string ownerText(const tavIpmi::TavWatchdogTimerGetRespData& timer, const HostStatus& host) {
     const std::string use = sim::timerUseText(timer.timerUse.timer_use);
     if (agentsTimer(timer)) {
-        return "the agent (" + use + ", without an action)";
+        return (host.agents.empty() ? "an agent that is gone (" : "the agent (") + use +
+               ", without an action)";
     }
     switch (timer.timerUse.timer_use) {
     case TavIpmiWatchdog::timer_use_sms_os:
@@ -130,10 +131,10 @@ std::string valueOf(const BmcStatus& bmc, std::uint16_t id) {
                : sim::valueText(sim::findConfVariable(id)->kind, value->second);
 }
 
-std::string timerTable(const BmcStatus& bmc) {
+std::string timerTable(const BmcStatus& bmc, const HostStatus& host) {
     std::string table = "\nWatchdog timer\n";
     if (const auto& timer = bmc.watchdog) {
-        table += row("owner", ownerText(*timer));
+        table += row("owner", ownerText(*timer, host));
         table += row("state", stateText(*timer));
         table += row("on expiry", onExpiryText(*timer));
         table +=
@@ -274,7 +275,7 @@ std::string statusText(const Status& status) {
     if (bmc.answers == 0) {
         return text + agentTable(status);
     }
-    text += bmcTable(status) + timerTable(bmc) + agentTable(status);
+    text += bmcTable(status) + timerTable(bmc, status.host) + agentTable(status);
     if (bmc.makerAccepted == false) {
         return text;
     }

@@ -1,3 +1,4 @@
+#include "PniAccess.h"
 #include "rig.h"
 #include "statusCheck.h"
 #include "statusForms.h"
@@ -84,6 +85,7 @@ TEST_F(StatusOfServer, onlyReadsAndAsksNothingTwice) {
 TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
     constexpr unsigned char smsOs = 4;
     constexpr unsigned char hardReset = 1;
+    const unsigned char nicMac[] = {2, 0, 0, 0, 0, 0x11};
     struct Situation {
         std::function<void()> arrange;
         std::vector<std::string> findings;
@@ -130,9 +132,13 @@ TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
         {[&] {
              setVariable(66, "disabled");
              become("nic");
-             bmc.fru->image[40] ^= 1U;
+             shell("ip link set tav0 address 02:00:00:00:00:11");
          },
-         {"port_record_unsound WARNING"}},
+         {"port_missing WARNING"}},
+        {[&] { PniAccess().setIpv4Address(MacAddress(nicMac), IPv4Address("10.0.0.1")); },
+         {"port_stale WARNING"}},
+        {[&] { PniAccess().setIpv4Address(MacAddress(nicMac), IPv4Address("192.0.2.1")); }, {}},
+        {[&] { bmc.fru->image[40] ^= 1U; }, {"port_record_unsound WARNING"}},
         {[&] { bmc.fru->image[1] = 0xFF; }, {"port_record_unsound WARNING"}},
         {[&] { bmc.confSpace.values.erase(512); },
          {"no_configuration_space CRITICAL", "port_record_unsound WARNING"}},
