@@ -41,7 +41,7 @@ std::string headText(const Status& status, std::span<const Finding> findings) {
 }
 
 std::string makerText(const Identity& identity, const std::optional<bool>& accepted) {
-    const std::string maker = std::to_string(identity.manufacturer);
+    std::string maker = std::to_string(identity.manufacturer);
     const std::string build = std::to_string(tavIpmi::iana_qmx);
     if (!accepted) {
         return maker;

@@ -207,6 +207,23 @@ TEST_F(StatusOfServer, slotsGoToTheFirstFourInterfaces) {
     EXPECT_EQ(showStatus(status, Form::check).exitStatus, 1);
 }
 
+/// The sanitizers look on.
+TEST_F(StatusOfServer, noAnswerBringsItDown) {
+    become("nic-blade");
+    collectStatus(places);
+    const std::size_t whole = exchanges.size();
+    for (std::size_t number = 1; number <= whole; ++number) {
+        for (const char* what : {"length=1", "length=3", "length=7", "length=17", "length=273",
+                                 "bytes=ff@1", "bytes=ffffffffffff@2", "foreign-id", "events=5"}) {
+            goWrong(std::to_string(number) + ":" + what);
+            const Status status = collectStatus(places);
+            for (const Form form : {Form::text, Form::json, Form::metrics, Form::check}) {
+                EXPECT_NE(showStatus(status, form).text, "") << number << " " << what;
+            }
+        }
+    }
+}
+
 /// A maker of another number gets no command that might mean something else to its BMC; and what
 /// its administrators wrote into texts need not be UTF-8.
 TEST_F(StatusOfServer, isCarefulWithWhatItDoesNotKnow) {
