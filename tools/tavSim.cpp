@@ -101,7 +101,7 @@ void showEnd() {
         return;
     }
     if (world->options.status) {
-        world->trace.print("\n");
+        world->trace.print(world->options.quiet ? "" : "\n");
         showStatus();
     } else {
         showBmc();
