@@ -44,7 +44,7 @@ class BmcQuestions {
         return readRecord(answer, record, needed) && answer[0] == tavIpmi::ipmi_cc_normally_cc;
     }
 
-    /// The answers behind this one count for nothing: driver or BMC lost the one before.
+    /// From now on nothing more is asked.
     void giveUp(Reach why, std::string trouble);
 
     Reach reach() const noexcept { return reached; }
