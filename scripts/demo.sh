@@ -17,7 +17,7 @@ show_in_vm() {
     trap 'echo "failed: ${BASH_SOURCE[0]}, line $LINENO" >&2' ERR
     source sim/vm/machine.sh
     say "A machine boots: its kernel's driver finds the BMC and asks what it can do"
-    vm_prepare build/demo/tools build/demo/src/sbin/tav_init
+    vm_prepare build/demo/tools build/demo/src/sbin/tav_init build/demo/tools/tav_status
     bmc_start --machine kestrelbox --watchdog 300
     tail --follow --lines=+1 --pid="$bmc" "$bmc_log" &
     vm_boot -smbios type=1,family=KESTRELBOX
@@ -27,6 +27,8 @@ show_in_vm() {
     guest 'tav_init -s'
     say "As a daemon, which takes the watchdog"
     guest 'tav_init; while ! test -e /var/run/tavd.pid; do sleep 1; done; sleep 2'
+    say "What tav_status shows meanwhile"
+    guest 'tav_status'
     say "SIGTERM: the watchdog is stopped, the BMC is told that the agent goes"
     guest 'kill $(cat /var/run/tavd.pid); while pidof tav_init >/dev/null; do sleep 1; done'
     say "The machine's system log:"
@@ -40,7 +42,7 @@ show_in_vm() {
 case ${1-} in
 --vm)
     install_packages "${build_packages[@]}" "${vm_packages[@]}"
-    build tav_init tav_bmcd
+    build tav_init tav_bmcd tav_status
     show_in_vm
     exit
     ;;
@@ -96,3 +98,6 @@ status=0
 wait "$agent" || status=$?
 agent=
 say "The agent ended with exit status $status, as it does when a signal ends it"
+
+say "What tav_status shows of a server after one pass: all is right but that no agent has stayed"
+"${sim[@]}" --quiet --machine nic --status -- -s

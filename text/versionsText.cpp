@@ -1,6 +1,5 @@
 #include "versionsText.h"
 
-#include "tavIpmiEEPROMVersionInfo.h"
 #include "text.h"
 
 using tavIpmi::TavGetEEPROMVersionInfoData;
@@ -21,21 +20,21 @@ std::string letter(unsigned char character) {
     return sim::quoted({&character, 1});
 }
 
-std::string lineFor(unsigned number, const TavGetEEPROMVersionInfoData& record) {
+} // namespace
+
+std::string eepromText(const TavGetEEPROMVersionInfoData& record) {
     const unsigned auxBooter = record.AuxBooterRevision;
-    return "EEPROM " + std::to_string(number) + ": firmware " +
-           version(record.MajorFWRevision, record.MinorFWRevision) + " " +
+    return "firmware " + version(record.MajorFWRevision, record.MinorFWRevision) + " " +
            sim::hexText(record.AuxFWRevision_bin) + " " + letter(record.AuxFWRevision_char) +
            ", SDR " + version(record.MajorSDRRevision, record.MinorSDRRevision) + " " +
            letter(record.SDRRRevision_char) + " id " + digits(record.SDRR_ID_msb) +
            digits(record.SDRR_ID_lsb) + ", booter " +
            version(record.MajorBooterRevision, record.MinorBooterRevision) + " aux " +
-           std::to_string(auxBooter) + ", status " + sim::hexByte(record.status) + "\n";
+           std::to_string(auxBooter) + ", status " + sim::hexByte(record.status);
 }
-
-} // namespace
 
 std::string versionsText() {
     const TavIpmiEEPROMVersionInfo versions;
-    return lineFor(0, versions.record(0)) + lineFor(1, versions.record(1));
+    return "EEPROM 0: " + eepromText(versions.record(0)) +
+           "\nEEPROM 1: " + eepromText(versions.record(1)) + "\n";
 }

@@ -23,6 +23,12 @@ std::vector<Option> optionTable(SimOptions& options) {
          {"--raise-at-call", true, [&options](Text value) {
               options.misbehaviour.raisedSignals.push_back(parseRaisedSignal(value));
           }}});
+    for (const std::string form : {"", "=text", "=json", "=metrics", "=check"}) {
+        table.push_back({"--status" + form, false, [&options, form](Text) {
+                             options.status =
+                                 tavStatus::namedForm(form.empty() ? "text" : form.substr(1));
+                         }});
+    }
     return table;
 }
 
@@ -45,6 +51,8 @@ Runs the agent on a simulated BMC and shows every exchange between them.
   --root DIR           keep the host's files that the agent uses under DIR
   --versions           do not run the agent, but show what its reader of the BMC's EEPROM
                        versions finds
+  --status[=FORM]      show at the end what tav_status shows of this server, as text (default),
+                       json, metrics or check; with no option of the agent's do only that
 )") + bmcUsage() +
            R"(
 The host:

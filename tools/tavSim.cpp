@@ -15,6 +15,7 @@
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <optional>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -81,10 +82,29 @@ void becomeWorker() {
     *worker = ::getpid();
 }
 
+/// As tav_status would, through the device; the trace is that of the agent, without it.
+int showStatus() {
+    world->device.observe({});
+    const tavStatus::Shown shown =
+        tavStatus::showStatus(tavStatus::collectStatus(), *world->options.status);
+    world->trace.print(shown.text);
+    return shown.exitStatus;
+}
+
 void showBmc() {
-    if (*worker == ::getpid()) {
-        const std::string view = world->device.withBmc(sim::bmcView);
-        world->trace.print("\n" + view + sim::usageText(world->device));
+    const std::string view = world->device.withBmc(sim::bmcView);
+    world->trace.print("\n" + view + sim::usageText(world->device));
+}
+
+void showEnd() {
+    if (*worker != ::getpid()) {
+        return;
+    }
+    if (world->options.status) {
+        world->trace.print(world->options.quiet ? "" : "\n");
+        showStatus();
+    } else {
+        showBmc();
     }
 }
 
@@ -97,27 +117,30 @@ void arrangeClosingView() {
     worker = new (shared) std::atomic<pid_t>;
     becomeWorker();
     ::pthread_atfork(nullptr, nullptr, becomeWorker);
-    if (std::atexit(showBmc) != 0) {
+    if (std::atexit(showEnd) != 0) {
         throw std::bad_alloc();
     }
 }
 
-/// False when there is nothing to run.
-bool prepare(int argc, char** argv) {
+/// The exit status when there is no agent to run.
+std::optional<int> prepare(int argc, char** argv) {
     sim::SimOptions options = sim::parseSimOptions(argc, argv);
     if (options.help) {
         (void)std::fputs(sim::simUsage().c_str(), stdout);
-        return false;
+        return EXIT_SUCCESS;
     }
     world = new World(std::move(options));
     if (world->options.versions) {
         const std::string lines = versionsText();
         world->trace.print(lines);
-        return false;
+        return EXIT_SUCCESS;
+    }
+    if (world->options.status && !world->options.hasAgentOptions()) {
+        return showStatus();
     }
     arrangeClosingView();
     // Whoever reads the trace may go before the agent does.
-    return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+    return std::signal(SIGPIPE, SIG_IGN) == SIG_ERR ? std::optional(EXIT_SUCCESS) : std::nullopt;
 }
 
 } // namespace
@@ -134,8 +157,8 @@ HostPaths hostPaths() noexcept {
 
 int __wrap_main(int argc, char** argv) {
     try {
-        if (!prepare(argc, argv)) {
-            return EXIT_SUCCESS;
+        if (const std::optional<int> status = prepare(argc, argv)) {
+            return *status;
         }
     } catch (const sim::UsageError& error) {
         (void)std::fprintf(stderr, "tav_sim: %s\n\n%s", error.what(), sim::simUsage().c_str());
