@@ -39,7 +39,8 @@ look_at() { # FILE CHECKS COMMAND
     [[ -v digests[$1] ]] || digest "$1"
     key=$(sha256sum <<<"$(<.clang-tidy) $installed $2 $3 ${digests[$1]}")
     commands+=("{\"directory\": \"$PWD/build/clang\", \"command\": \"$3\", \"file\": \"$PWD/$1\"}")
-    [[ -e $clean/${key%% *} ]] || changed+=("$1 $clean/${key%% *} $2")
+    # A line that ended in a blank would go on with the next one for xargs.
+    [[ -e $clean/${key%% *} ]] || changed+=("$1 $clean/${key%% *} ${2:-,}")
 }
 
 while read -r command && read -r file; do
