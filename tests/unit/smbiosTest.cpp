@@ -222,6 +222,10 @@ TEST_F(Smbios, survivesEveryCutAndEveryFlip) {
     const sim::Bytes whole = table().bytes();
     sim::showSmbios(table(), sim::SmbiosForm::sysfs2, paths);
     paths.smbiosTable = scratch();
+    sim::Bytes padded = whole;
+    padded.resize(0x10001); // what is read in pieces ends with a single byte
+    show(scratch(), padded);
+    EXPECT_EQ(enclosures(), 2U);
     for (std::size_t place = 0; place < whole.size(); ++place) {
         show(scratch(), {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(place)});
         lookUpEverything(TavSmbios());
