@@ -14,6 +14,9 @@ std::vector<Option> optionTable(SimOptions& options) {
         {{"--no-device", false, [&options](Text) { options.noDevice = true; }},
          {"--versions", false, [&options](Text) { options.versions = true; }},
          {"--root", true, [&options](Text value) { options.root = value; }},
+         {"--record", true, [&options](Text value) { options.recording.record = value; }},
+         {"--pcap", true, [&options](Text value) { options.recording.pcap = value; }},
+         {"--replay", true, [&options](Text value) { options.replay = value; }},
          {"--smbios", true,
           [&options](Text value) { options.smbiosForm = namedSmbiosForm(value); }},
          {"--fault", true,
@@ -45,6 +48,12 @@ Runs the agent on a simulated BMC and shows every exchange between them.
   --root DIR           keep the host's files that the agent uses under DIR
   --versions           do not run the agent, but show what its reader of the BMC's EEPROM
                        versions finds
+  --record FILE        record the conversation as tav_trace -o does
+  --pcap FILE          write it for Wireshark as tav_trace --pcap does
+  --replay FILE        in place of a BMC, answer from a record, in its network and on its machine.
+                       Exit status, also of who starts a daemon: 2 if the record cannot be used, 3
+                       if the agent asks something else than is recorded, 4 if it asks more because
+                       the record was cut off; otherwise the agent's
 )") + bmcUsage() +
            R"(
 The host:

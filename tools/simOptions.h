@@ -2,6 +2,7 @@
 
 #include "bmcOptions.h"
 #include "misbehaviour.h"
+#include "recordOptions.h"
 
 namespace sim {
 
@@ -10,6 +11,8 @@ struct SimOptions : BmcOptions {
     bool versions = false;
     SmbiosForm smbiosForm = SmbiosForm::sysfs3;
     std::string root; // empty: the real host's files
+    RecordOptions recording;
+    std::string replay; // a record; empty: none
     Misbehaviour misbehaviour;
     std::vector<char*> agentArguments; // argv[0], the agent's own, and the closing null pointer
 };

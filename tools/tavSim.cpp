@@ -1,22 +1,26 @@
 // The agent on simulated seams: the entry point of tav_sim, and the seams' definitions.
 
 #include "bmcView.h"
+#include "hostDescription.h"
 #include "hostFiles.h"
+#include "recorder.h"
+#include "recordingDevice.h"
+#include "replay.h"
 #include "simClock.h"
 #include "simDevice.h"
 #include "simOptions.h"
 #include "trace.h"
 #include "versionsText.h"
+#include "workingProcess.h"
 
-#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <new>
+#include <optional>
 
-#include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 extern "C" {
@@ -57,11 +61,17 @@ struct World {
     sim::Trace trace;
     sim::Bmc bmc;
     sim::SimDevice device;
+    std::optional<sim::Replay> replay; // in place of that BMC
+    std::optional<sim::Recorder> recorder;
+    std::optional<sim::RecordingDevice> recordingDevice;
+    IpmiDevice* agentsDevice = &device;
+    AgentClock* agentsClock = &clock;
 };
 
 World::World(sim::SimOptions options_) :
     options(std::move(options_)), files(filesFor(options)), clock(options.speed),
-    trace(options.trace, clock.monotonic()), bmc([this] { return clock.monotonic(); }),
+    trace(options.trace, options.replay.empty() ? clock.monotonic() : sim::ReplayClock::start),
+    bmc([this] { return clock.monotonic(); }),
     device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }) {
     sim::setUp(bmc, options);
     device.misbehave(options.misbehaviour);
@@ -73,32 +83,59 @@ World::World(sim::SimOptions options_) :
 
 World* world = nullptr;
 
-// The process that works with the BMC now: a daemon's child takes over from its parent. Shared
-// between the two, so that the parent, which ends later or earlier, knows.
-std::atomic<pid_t>* worker = nullptr;
+void printLine(const sim::Exchange& exchange) {
+    if (!world->options.quiet) {
+        world->trace.line(exchange);
+    }
+}
 
-void becomeWorker() {
-    *worker = ::getpid();
+void arrangeReplay() {
+    sim::Replay& replay = world->replay.emplace(world->options.replay);
+    replay.setUpHost(world->options.smbiosForm, world->files);
+    world->agentsDevice = &replay.device();
+    world->agentsClock = &replay.clock();
+}
+
+/// From here on the recorder prints, in place of the simulated device.
+void arrangeRecording() {
+    world->device.observe({});
+    const auto now = [] { return world->agentsClock->monotonic(); };
+    const auto options = std::span(world->options.agentArguments).subspan(1);
+    sim::Recorder& recorder = world->recorder.emplace(
+        world->options.recording, sim::describeHost("tav_sim", options), now(), printLine);
+    world->agentsDevice = &world->recordingDevice.emplace(
+        *world->agentsDevice, now, [&recorder] { recorder.noteEndRequest(); },
+        [&recorder](const sim::Exchange& exchange) { recorder.take(exchange); });
+}
+
+/// Who starts a daemon to be replayed is told how that ended.
+void passReplaysEndOn() {
+    int status = 0;
+    if (::waitpid(sim::workingProcess(), &status, 0) != -1 && WIFEXITED(status) &&
+        WEXITSTATUS(status) >= sim::Replay::unusable) {
+        ::_exit(WEXITSTATUS(status));
+    }
 }
 
 void showBmc() {
-    if (*worker == ::getpid()) {
-        const std::string view = world->device.withBmc(sim::bmcView);
-        world->trace.print("\n" + view + sim::usageText(world->device));
-    }
+    const std::string view = world->device.withBmc(sim::bmcView);
+    world->trace.print("\n" + view + sim::usageText(world->device));
 }
 
-void arrangeClosingView() {
-    void* const shared =
-        ::mmap(nullptr, sizeof *worker, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (shared == MAP_FAILED) {
-        throw std::bad_alloc();
+void showEnd() {
+    if (sim::workingProcess() != ::getpid()) {
+        if (world->replay) {
+            passReplaysEndOn();
+        }
+        return;
     }
-    worker = new (shared) std::atomic<pid_t>;
-    becomeWorker();
-    ::pthread_atfork(nullptr, nullptr, becomeWorker);
-    if (std::atexit(showBmc) != 0) {
-        throw std::bad_alloc();
+    if (world->recorder) {
+        world->recorder->close();
+    }
+    if (world->replay) {
+        world->trace.print(world->replay->closingLine());
+    } else {
+        showBmc();
     }
 }
 
@@ -115,7 +152,13 @@ bool prepare(int argc, char** argv) {
         world->trace.print(lines);
         return false;
     }
-    arrangeClosingView();
+    if (!world->options.replay.empty()) {
+        arrangeReplay();
+    }
+    if (world->replay || world->options.recording.any()) {
+        arrangeRecording();
+    }
+    sim::watchWorkingProcess(showEnd);
     // Whoever reads the trace may go before the agent does.
     return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
 }
@@ -123,10 +166,10 @@ bool prepare(int argc, char** argv) {
 } // namespace
 
 IpmiDevice& ipmiDevice() noexcept {
-    return world->device;
+    return *world->agentsDevice;
 }
 AgentClock& agentClock() noexcept {
-    return world->clock;
+    return *world->agentsClock;
 }
 HostPaths hostPaths() noexcept {
     return world->files.paths();

@@ -335,7 +335,7 @@ void SimDevice::deliver(Descriptor& receiver, ipmi_recv& destination) {
     destination.msg.data_len = static_cast<unsigned short>(record.data.size());
     std::ranges::copy(record.data, destination.msg.data);
     if (record.type != IPMI_RESPONSE_RECV_TYPE) {
-        ++receiver.exchange.otherRecords;
+        receiver.exchange.otherRecords.push_back(record.type);
         return;
     }
     receiver.exchange.response = std::move(record.data);
@@ -344,6 +344,7 @@ void SimDevice::deliver(Descriptor& receiver, ipmi_recv& destination) {
 
 void SimDevice::finish(Descriptor& descriptor) {
     if (descriptor.pending && observer) {
+        descriptor.exchange.endedAt = bmc.now();
         observer(descriptor.exchange);
     }
     descriptor.pending = false;

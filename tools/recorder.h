@@ -1,0 +1,37 @@
+#pragma once
+
+#include "outputFile.h"
+#include "pcapFile.h"
+#include "recordFile.h"
+#include "recordOptions.h"
+
+#include <memory>
+#include <optional>
+
+namespace sim {
+
+/// Takes down every exchange, in the files that are asked for. Nothing that happens to these
+/// reaches the agent.
+class Recorder {
+  public:
+    /// `print` gets each exchange as it is recorded. Times count from `start_`. Throws UsageError
+    /// when outputs share a file.
+    Recorder(const RecordOptions& options, const RecordHeader& header,
+             std::chrono::milliseconds start_, Observer print_);
+
+    /// Before each exchange.
+    void noteEndRequest();
+    void take(const Exchange& exchange);
+    /// The agent has ended: the record is whole.
+    void close();
+
+  private:
+    const std::chrono::milliseconds start;
+    const Observer print;
+    std::optional<OutputFile> record;
+    std::unique_ptr<PcapFile> pcap;
+    unsigned exchanges = 0;
+    bool endNoted = false;
+};
+
+} // namespace sim
