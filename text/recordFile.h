@@ -63,7 +63,8 @@ struct RecordHeader {
 std::string recordHeaderText(const RecordHeader& header);
 /// Times count from `start`.
 std::string recordLine(const Exchange& exchange, std::chrono::milliseconds start);
-std::string recordEndRequest();
+/// The agent was told to end, as was found when the next exchange began.
+std::string recordEndRequest(std::chrono::milliseconds time);
 std::string recordClosing(unsigned exchanges);
 
 /// A record that cannot be used, from some line on; what() is one line without its end.

@@ -352,7 +352,7 @@ std::optional<RecordedStep> RecordReader::next() {
         return std::nullopt;
     }
     pending = false;
-    RecordedStep step{lineNumber, std::nullopt};
+    RecordedStep step{.line = lineNumber, .exchange = {}, .toldAt = {}};
     parsing([&] {
         Words words(text);
         if (words.take("E")) {
@@ -365,6 +365,8 @@ std::optional<RecordedStep> RecordReader::next() {
             }
         } else {
             words.expect("S");
+            step.toldAt = milliseconds(words.next());
+            words.expect(";");
         }
         if (step.exchange && step.exchange->number != ++exchanges) {
             refuse("is not exchange " + std::to_string(exchanges));

@@ -117,8 +117,8 @@ std::string recordLine(const Exchange& exchange, std::chrono::milliseconds start
            outcomeText(exchange) + "\n";
 }
 
-std::string recordEndRequest() {
-    return "S ; the agent was told to end\n";
+std::string recordEndRequest(std::chrono::milliseconds time) {
+    return "S " + seconds(time) + " ; the agent was told to end\n";
 }
 
 std::string recordClosing(unsigned exchanges) {

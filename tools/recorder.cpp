@@ -14,10 +14,10 @@ std::chrono::milliseconds worldTime() {
 
 } // namespace
 
-Recorder::Recorder(const RecordOptions& options, const RecordHeader& header,
-                   std::chrono::milliseconds start_, Observer print_) :
-    start(start_),
-    print(std::move(print_)) {
+Recorder::Recorder(const RecordOptions& options, const RecordHeader& header, Now now_,
+                   Observer print_) :
+    now(std::move(now_)),
+    start(now()), print(std::move(print_)) {
     if (!options.record.empty()) {
         record.emplace(options.record, "recording");
         record->write(recordHeaderText(header));
@@ -42,7 +42,7 @@ void Recorder::noteEndRequest() {
     if (!endNoted && agentSignals::endRequested()) {
         endNoted = true;
         if (record) {
-            record->write(recordEndRequest());
+            record->write(recordEndRequest(now() - start));
         }
     }
 }

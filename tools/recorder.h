@@ -14,10 +14,9 @@ namespace sim {
 /// reaches the agent.
 class Recorder {
   public:
-    /// `print` gets each exchange as it is recorded. Times count from `start_`. Throws UsageError
+    /// `print` gets each exchange as it is recorded. Times count from now on. Throws UsageError
     /// when outputs share a file.
-    Recorder(const RecordOptions& options, const RecordHeader& header,
-             std::chrono::milliseconds start_, Observer print_);
+    Recorder(const RecordOptions& options, const RecordHeader& header, Now now_, Observer print_);
 
     /// Before each exchange.
     void noteEndRequest();
@@ -26,6 +25,7 @@ class Recorder {
     void close();
 
   private:
+    const Now now;
     const std::chrono::milliseconds start;
     const Observer print;
     std::optional<OutputFile> record;

@@ -102,7 +102,7 @@ void arrangeRecording() {
     const auto now = [] { return world->agentsClock->monotonic(); };
     const auto options = std::span(world->options.agentArguments).subspan(1);
     sim::Recorder& recorder = world->recorder.emplace(
-        world->options.recording, sim::describeHost("tav_sim", options), now(), printLine);
+        world->options.recording, sim::describeHost("tav_sim", options), now, printLine);
     world->agentsDevice = &world->recordingDevice.emplace(
         *world->agentsDevice, now, [&recorder] { recorder.noteEndRequest(); },
         [&recorder](const sim::Exchange& exchange) { recorder.take(exchange); });

@@ -104,7 +104,7 @@ struct Tracer {
 Tracer::Tracer(Options options_) :
     options(std::move(options_)), trace("", now()),
     recorder(options.recording,
-             sim::describeHost("tav_trace", std::span(options.agentArguments).subspan(1)), now(),
+             sim::describeHost("tav_trace", std::span(options.agentArguments).subspan(1)), now,
              [this](const sim::Exchange& exchange) { trace.line(exchange); }),
     device(
         __real__Z10ipmiDevicev(), now, [this] { recorder.noteEndRequest(); },

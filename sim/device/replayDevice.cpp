@@ -198,6 +198,7 @@ int ReplayDevice::closeDescriptor(int fd, Descriptor& closing) {
 /// with it, so that what the agent does in between is done by one that is told to end.
 void ReplayDevice::tellToEnd() {
     while (step && !step->exchange) {
+        clock.advanceTo(ReplayClock::start + step->toldAt);
         clock.end();
         step = next();
     }
