@@ -8,6 +8,7 @@ namespace sim {
 struct RecordOptions {
     std::string record; // empty: nowhere
     std::string pcap;
+    bool mask = false;
 
     bool any() const noexcept { return !record.empty() || !pcap.empty(); }
 };

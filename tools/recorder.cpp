@@ -14,10 +14,12 @@ std::chrono::milliseconds worldTime() {
 
 } // namespace
 
-Recorder::Recorder(const RecordOptions& options, const RecordHeader& header, Now now_,
-                   Observer print_) :
-    now(std::move(now_)),
-    start(now()), print(std::move(print_)) {
+Recorder::Recorder(const RecordOptions& options, RecordHeader header, Now now_, Observer print_) :
+    now(std::move(now_)), start(now()), print(std::move(print_)) {
+    if (options.mask) {
+        header.masked = true;
+        mask.emplace().apply(header);
+    }
     if (!options.record.empty()) {
         record.emplace(options.record, "recording");
         record->write(recordHeaderText(header));
@@ -28,6 +30,17 @@ Recorder::Recorder(const RecordOptions& options, const RecordHeader& header, Now
 }
 
 void Recorder::take(const Exchange& exchange) {
+    if (mask) {
+        Exchange masked = exchange;
+        mask->apply(masked);
+        write(masked);
+    } else {
+        write(exchange);
+    }
+    exchanges = exchange.number;
+}
+
+void Recorder::write(const Exchange& exchange) {
     print(exchange);
     if (record) {
         record->write(recordLine(exchange, start));
@@ -35,7 +48,6 @@ void Recorder::take(const Exchange& exchange) {
     if (pcap) {
         pcap->write(exchange);
     }
-    exchanges = exchange.number;
 }
 
 void Recorder::noteEndRequest() {

@@ -3,6 +3,7 @@
 #include "outputFile.h"
 #include "pcapFile.h"
 #include "recordFile.h"
+#include "recordMask.h"
 #include "recordOptions.h"
 
 #include <memory>
@@ -16,7 +17,7 @@ class Recorder {
   public:
     /// `print` gets each exchange as it is recorded. Times count from now on. Throws UsageError
     /// when outputs share a file.
-    Recorder(const RecordOptions& options, const RecordHeader& header, Now now_, Observer print_);
+    Recorder(const RecordOptions& options, RecordHeader header, Now now_, Observer print_);
 
     /// Before each exchange.
     void noteEndRequest();
@@ -25,9 +26,12 @@ class Recorder {
     void close();
 
   private:
+    void write(const Exchange& exchange);
+
     const Now now;
     const std::chrono::milliseconds start;
     const Observer print;
+    std::optional<RecordMask> mask;
     std::optional<OutputFile> record;
     std::unique_ptr<PcapFile> pcap;
     unsigned exchanges = 0;

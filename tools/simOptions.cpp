@@ -15,6 +15,7 @@ std::vector<Option> optionTable(SimOptions& options) {
          {"--versions", false, [&options](Text) { options.versions = true; }},
          {"--root", true, [&options](Text value) { options.root = value; }},
          {"--record", true, [&options](Text value) { options.recording.record = value; }},
+         {"--mask", false, [&options](Text) { options.recording.mask = true; }},
          {"--pcap", true, [&options](Text value) { options.recording.pcap = value; }},
          {"--replay", true, [&options](Text value) { options.replay = value; }},
          {"--smbios", true,
@@ -50,6 +51,7 @@ Runs the agent on a simulated BMC and shows every exchange between them.
                        versions finds
   --record FILE        record the conversation as tav_trace -o does
   --pcap FILE          write it for Wireshark as tav_trace --pcap does
+  --mask               mask serial numbers, texts and addresses in all that is written
   --replay FILE        in place of a BMC, answer from a record, in its network and on its machine.
                        Exit status, also of who starts a daemon: 2 if the record cannot be used, 3
                        if the agent asks something else than is recorded, 4 if it asks more because

@@ -155,7 +155,7 @@ bool prepare(int argc, char** argv) {
     if (!world->options.replay.empty()) {
         arrangeReplay();
     }
-    if (world->replay || world->options.recording.any()) {
+    if (world->replay || world->options.recording.any() || world->options.recording.mask) {
         arrangeRecording();
     }
     sim::watchWorkingProcess(showEnd);

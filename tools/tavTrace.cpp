@@ -36,6 +36,8 @@ Runs the agent as tav_init does, shows every exchange with the BMC, and records 
   --pcap FILE    write the messages to FILE for Wireshark; with
                    tshark -o ipmi.dissect_bus_commands:TRUE -r FILE
                  it shows those to the management blade, too
+  --mask         mask serial numbers, texts of the configuration space, MAC and IP addresses in
+                 all that is written, consistently: the record still replays
   --help         show this
 
 FILE is overwritten. When it cannot be written a line says so, and the agent goes on.
@@ -53,6 +55,7 @@ std::vector<sim::Option> optionTable(Options& options) {
     return {
         {"-o", true, [&options](Text value) { options.recording.record = value; }},
         {"--pcap", true, [&options](Text value) { options.recording.pcap = value; }},
+        {"--mask", false, [&options](Text) { options.recording.mask = true; }},
         {"--help", false, [&options](Text) { options.help = true; }},
     };
 }
