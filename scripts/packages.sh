@@ -1,12 +1,12 @@
 # Debian packages that the project's scripts use, and their installation. Sourced, not run.
 
 # To build the agent and the simulator.
-build_packages=(cmake g++ ninja-build linux-libc-dev)
+build_packages=(cmake g++ libpcap0.8-dev ninja-build linux-libc-dev)
 # To run the agent against the simulated BMC in a network namespace of its own.
 demo_packages=(iproute2 util-linux)
 # To check everything.
 check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev libgtest-dev libgmock-dev
-    libbenchmark-dev binutils strace)
+    libbenchmark-dev binutils strace tshark)
 # To run it in virtual machines.
 vm_packages=(qemu-system-x86 ovmf busybox-static cpio dpkg xz-utils util-linux)
 # To measure it there beside other programs.

@@ -43,7 +43,7 @@ class Replay {
     std::string path;
     std::ifstream file;
     std::optional<RecordReader> reader;
-    ReplayClock time;
+    ReplayClock time{std::chrono::hours(1)};
     ReplayDevice player;
     int complaints; // standard error as it was: a daemon's leads nowhere
 };

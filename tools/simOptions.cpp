@@ -53,9 +53,9 @@ Runs the agent on a simulated BMC and shows every exchange between them.
   --pcap FILE          write it for Wireshark as tav_trace --pcap does
   --mask               mask serial numbers, texts and addresses in all that is written
   --replay FILE        in place of a BMC, answer from a record, in its network and on its machine.
-                       Exit status, also of who starts a daemon: 2 if the record cannot be used, 3
-                       if the agent asks something else than is recorded, 4 if it asks more because
-                       the record was cut off; otherwise the agent's
+                       Exit status: 2 if the record cannot be used, 3 if the agent asks something
+                       else than is recorded, 4 if it asks more because the record was cut off;
+                       otherwise the agent's, and that of its daemon, whose end is waited for
 )") + bmcUsage() +
            R"(
 The host:

@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <memory>
 #include <optional>
 
 #include <sys/wait.h>
@@ -58,21 +59,43 @@ struct World {
     sim::SimOptions options;
     sim::HostFiles files;
     sim::SimClock clock;
+    std::unique_ptr<sim::Replay> replay; // in place of clock and BMC
+    AgentClock& agentsClock;
     sim::Trace trace;
     sim::Bmc bmc;
     sim::SimDevice device;
-    std::optional<sim::Replay> replay; // in place of that BMC
     std::optional<sim::Recorder> recorder;
     std::optional<sim::RecordingDevice> recordingDevice;
-    IpmiDevice* agentsDevice = &device;
-    AgentClock* agentsClock = &clock;
+    IpmiDevice* agentsDevice;
 };
+
+/// Null when there is none. A record must not be overwritten by that of its own replay.
+std::unique_ptr<sim::Replay> openReplay(const sim::SimOptions& options) {
+    if (options.replay.empty()) {
+        return nullptr;
+    }
+    std::error_code noSuchFile;
+    for (const std::string& output : {options.recording.record, options.recording.pcap}) {
+        if (std::filesystem::equivalent(output, options.replay, noSuchFile)) {
+            throw sim::UsageError("'" + output + "' is being replayed");
+        }
+    }
+    return std::make_unique<sim::Replay>(options.replay);
+}
+
+AgentClock& clockOf(World& world) {
+    if (world.replay) {
+        return world.replay->clock();
+    }
+    return world.clock;
+}
 
 World::World(sim::SimOptions options_) :
     options(std::move(options_)), files(filesFor(options)), clock(options.speed),
-    trace(options.trace, options.replay.empty() ? clock.monotonic() : sim::ReplayClock::start),
-    bmc([this] { return clock.monotonic(); }),
-    device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }) {
+    replay(openReplay(options)), agentsClock(clockOf(*this)),
+    trace(options.trace, agentsClock.monotonic()), bmc([this] { return clock.monotonic(); }),
+    device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }),
+    agentsDevice(&device) {
     sim::setUp(bmc, options);
     device.misbehave(options.misbehaviour);
     device.setNodePresent(!options.noDevice);
@@ -90,16 +113,14 @@ void printLine(const sim::Exchange& exchange) {
 }
 
 void arrangeReplay() {
-    sim::Replay& replay = world->replay.emplace(world->options.replay);
-    replay.setUpHost(world->options.smbiosForm, world->files);
-    world->agentsDevice = &replay.device();
-    world->agentsClock = &replay.clock();
+    world->replay->setUpHost(world->options.smbiosForm, world->files);
+    world->agentsDevice = &world->replay->device();
 }
 
 /// From here on the recorder prints, in place of the simulated device.
 void arrangeRecording() {
     world->device.observe({});
-    const auto now = [] { return world->agentsClock->monotonic(); };
+    const auto now = [] { return world->agentsClock.monotonic(); };
     const auto options = std::span(world->options.agentArguments).subspan(1);
     sim::Recorder& recorder = world->recorder.emplace(
         world->options.recording, sim::describeHost("tav_sim", options), now, printLine);
@@ -108,11 +129,11 @@ void arrangeRecording() {
         [&recorder](const sim::Exchange& exchange) { recorder.take(exchange); });
 }
 
-/// Who starts a daemon to be replayed is told how that ended.
-void passReplaysEndOn() {
+/// Who starts a daemon to be replayed ends as that does: its life is so short that it may be over
+/// before its answer is noticed.
+void endAsTheDaemonDoes() {
     int status = 0;
-    if (::waitpid(sim::workingProcess(), &status, 0) != -1 && WIFEXITED(status) &&
-        WEXITSTATUS(status) >= sim::Replay::unusable) {
+    if (::waitpid(sim::workingProcess(), &status, 0) != -1 && WIFEXITED(status)) {
         ::_exit(WEXITSTATUS(status));
     }
 }
@@ -125,7 +146,7 @@ void showBmc() {
 void showEnd() {
     if (sim::workingProcess() != ::getpid()) {
         if (world->replay) {
-            passReplaysEndOn();
+            endAsTheDaemonDoes();
         }
         return;
     }
@@ -152,7 +173,7 @@ bool prepare(int argc, char** argv) {
         world->trace.print(lines);
         return false;
     }
-    if (!world->options.replay.empty()) {
+    if (world->replay) {
         arrangeReplay();
     }
     if (world->replay || world->options.recording.any() || world->options.recording.mask) {
@@ -169,7 +190,7 @@ IpmiDevice& ipmiDevice() noexcept {
     return *world->agentsDevice;
 }
 AgentClock& agentClock() noexcept {
-    return *world->agentsClock;
+    return world->agentsClock;
 }
 HostPaths hostPaths() noexcept {
     return world->files.paths();

@@ -11,6 +11,9 @@ namespace sim {
 /// waits between two passes by their length. A heartbeat comes when that time has come.
 class ReplayClock final : public AgentClock {
   public:
+    /// Shows `start_` when the record begins.
+    explicit ReplayClock(std::chrono::milliseconds start_) noexcept : start(start_) {}
+
     std::chrono::milliseconds monotonic() noexcept override { return now; }
     /// A wait that lets SIGALRM in is that of a daemon's cycle; others are the foreground's entry,
     /// which waits for real while its thread does the work.
@@ -21,18 +24,18 @@ class ReplayClock final : public AgentClock {
     void alarm(unsigned seconds) noexcept override;
 
     void pass(std::chrono::milliseconds span) noexcept { advanceTo(now.load() + span); }
-    /// Never goes back.
-    void advanceTo(std::chrono::milliseconds time) noexcept;
+    /// To a time of the record's; never back.
+    void advanceToRecorded(std::chrono::milliseconds time) noexcept { advanceTo(start + time); }
     /// The agent is told to end, as by a termination signal. From now on the foreground's thread
     /// waits until its entry has noticed.
     void end() noexcept;
 
-    /// What the clock shows when the record begins.
-    static constexpr std::chrono::milliseconds start{std::chrono::hours(1)};
-
   private:
+    void advanceTo(std::chrono::milliseconds time) noexcept;
+
     static constexpr std::chrono::milliseconds never = std::chrono::milliseconds::max();
 
+    const std::chrono::milliseconds start;
     std::atomic<std::chrono::milliseconds> now{start};
     std::atomic<std::chrono::milliseconds> alarmAt{never};
     std::atomic<bool> ending{false};

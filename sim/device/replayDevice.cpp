@@ -107,7 +107,7 @@ int ReplayDevice::close(int fd) noexcept {
 int ReplayDevice::openNode() {
     tellToEnd();
     if (step && step->exchange && failsAt(DeviceCall::open, *step->exchange)) {
-        clock.advanceTo(ReplayClock::start + step->exchange->sentAt);
+        clock.advanceToRecorded(step->exchange->sentAt);
         const int error = step->exchange->error;
         ++played;
         step = next();
@@ -130,7 +130,7 @@ int ReplayDevice::sendRequest(Descriptor& sender, const ipmi_req& request) {
     tellToEnd();
     compare(asked);
     sender = {std::move(*step->exchange), request.msgid, 0, false};
-    clock.advanceTo(ReplayClock::start + sender.exchange.sentAt);
+    clock.advanceToRecorded(sender.exchange.sentAt);
     ++played;
     const bool fails = failsAt(DeviceCall::send, sender.exchange);
     sender.finished = fails;
@@ -155,7 +155,7 @@ int ReplayDevice::waitForRecord(Descriptor& waiter, fd_set& readable, timeval& b
     const bool answered = exchange.response || failsAt(DeviceCall::receive, exchange);
     if (othersLeft || (!waiter.finished && answered)) {
         const milliseconds took = std::min(exchange.endedAt - exchange.sentAt, spanOf(budget));
-        clock.advanceTo(ReplayClock::start + exchange.sentAt + took);
+        clock.advanceToRecorded(exchange.sentAt + took);
         budget = toTimeval(spanOf(budget) - took);
         return 1;
     }
@@ -198,7 +198,7 @@ int ReplayDevice::closeDescriptor(int fd, Descriptor& closing) {
 /// with it, so that what the agent does in between is done by one that is told to end.
 void ReplayDevice::tellToEnd() {
     while (step && !step->exchange) {
-        clock.advanceTo(ReplayClock::start + step->toldAt);
+        clock.advanceToRecorded(step->toldAt);
         clock.end();
         step = next();
     }
