@@ -61,7 +61,13 @@ std::size_t FruMask::sourceOf(std::size_t offset, Data piece) const {
     return offset;
 }
 
-/// Walks the record as far as it is known: what is not, is zero, and no list is that short.
+/// Behind the area that begins there; what has no length is not known yet, nor what is behind it.
+std::size_t FruMask::behindArea(std::size_t place, std::size_t lengthUnit) const {
+    const std::size_t length = lengthUnit * at(place + portRecord::areaLength);
+    return length == 0 ? image.size() : place + length;
+}
+
+/// Walks the record as far as it is known.
 void FruMask::findAddresses() {
     addends.assign(image.size(), 0);
     const PortRecordPlaces places = findPortRecord(image);
@@ -71,16 +77,22 @@ void FruMask::findAddresses() {
     std::size_t place = places.body + portRecord::bodyHeadLength;
     for (unsigned modules = at(places.makerArea + 3); modules != 0 && place < end; --modules) {
         unsigned ports = at(place + portRecord::childCount);
-        for (place += at(place + portRecord::areaLength); ports != 0 && place < end; --ports) {
-            unsigned functions = at(place + portRecord::childCount);
-            for (place += at(place + portRecord::areaLength); functions != 0 && place < end;
-                 --functions) {
-                const std::size_t begin = place;
-                place += std::size_t{4} * at(begin + portRecord::totalLength);
-                findInFunction(begin, std::min(place, end), names);
-            }
+        for (place = behindArea(place, 1); ports != 0 && place < end; --ports) {
+            const unsigned functions = at(place + portRecord::childCount);
+            place = findInPort(behindArea(place, 1), end, functions, names);
         }
     }
+}
+
+/// Gives the place behind the port's functions.
+std::size_t FruMask::findInPort(std::size_t place, std::size_t end, unsigned functions,
+                                bool namedTechnology) {
+    for (; functions != 0 && place < end; --functions) {
+        const std::size_t begin = place;
+        place = behindArea(begin, 4);
+        findInFunction(begin, std::min(place, end), namedTechnology);
+    }
+    return place;
 }
 
 void FruMask::findInFunction(std::size_t begin, std::size_t end, bool namedTechnology) {

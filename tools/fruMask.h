@@ -18,6 +18,9 @@ class FruMask {
     void mask(std::size_t offset, std::span<unsigned char> piece);
     std::size_t sourceOf(std::size_t offset, Data piece) const;
     void findAddresses();
+    std::size_t behindArea(std::size_t place, std::size_t lengthUnit) const;
+    std::size_t findInPort(std::size_t place, std::size_t end, unsigned functions,
+                           bool namedTechnology);
     void findInFunction(std::size_t begin, std::size_t end, bool namedTechnology);
     void findInNic(std::size_t nic, std::size_t end);
     template <typename Secret>

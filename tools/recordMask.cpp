@@ -65,6 +65,9 @@ void RecordMask::maskText(Field text) {
     const auto isFiller = [](unsigned char c) { return c == ' ' || c == 0; };
     const auto last = std::find_if_not(text.rbegin(), text.rend(), isFiller);
     const std::string original(text.begin(), last.base());
+    if (original.empty()) {
+        return;
+    }
     const auto [entry, isNew] = texts.try_emplace(original);
     if (isNew) {
         entry->second = standIn(original.size(), texts.size());

@@ -187,8 +187,8 @@ TEST_F(Recording, ofTheRealDeviceWorksAlike) {
 /// Every standard command has its name there, every answer its request, and all checksums are
 /// right.
 TEST_F(Recording, isUnderstoodByWireshark) {
-    EXPECT_EQ(runSim({"--machine", "kestrelbox", "--pcap", file("pcap"), "--record", record(),
-                      "--fault", "9:silent"},
+    EXPECT_EQ(runSim({"--machine", "kestrelbox", "--speed", "100", "--pcap", file("pcap"),
+                      "--record", record(), "--fault", "9:silent"},
                      {"-s"})
                   .code(),
               0);
@@ -198,20 +198,23 @@ TEST_F(Recording, isUnderstoodByWireshark) {
             .code(),
         0);
     const std::string seen = trace();
-    const auto count = [&seen](const char* pattern) {
-        const std::regex wanted(pattern);
-        return std::distance(std::sregex_iterator(seen.begin(), seen.end(), wanted), {});
+    const auto count = [&seen](std::string_view text) {
+        int found = 0;
+        for (auto at = seen.find(text); at != std::string::npos; at = seen.find(text, at + 1)) {
+            ++found;
+        }
+        return found;
     };
     const std::string said = contentOf(record());
     const auto exchanges = std::stoi(said.substr(said.find("\nend ") + 5));
     EXPECT_EQ(count("Version: 0x06"), 2 * exchanges - 1) << "one was not answered";
-    EXPECT_EQ(count("\\[Response to: "), exchanges - 1);
+    EXPECT_EQ(count("[Response to: "), exchanges - 1);
     EXPECT_EQ(count("Command: Get Watchdog Timer"), 2);
     EXPECT_EQ(count("Command: Set Watchdog Timer"), 2);
     EXPECT_EQ(count("Command: Send Message"), 4);
     EXPECT_EQ(count("Embedded message: Req, Platform Event"), 2);
     EXPECT_EQ(count("Embedded message: Rsp, Platform Event, Command Completed"), 2);
-    EXPECT_EQ(count("incorrect|Malformed"), 0);
+    EXPECT_EQ(count("incorrect") + count("Malformed"), 0);
 }
 
 } // namespace
