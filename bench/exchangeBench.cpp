@@ -77,7 +77,8 @@ BENCHMARK(exchange);
 void recordedExchange(benchmark::State& state) {
     const std::string file = "/tmp/tav_bench." + std::to_string(::getpid());
     sim::Recorder recorder(
-        {.record = file}, {}, [] { return agentClock().monotonic(); }, [](const sim::Exchange&) {});
+        {file, "", false}, {}, [] { return agentClock().monotonic(); },
+        [](const sim::Exchange&) {});
     sim::RecordingDevice recording(
         device, [] { return agentClock().monotonic(); }, [&] { recorder.noteEndRequest(); },
         [&](const sim::Exchange& told) { recorder.take(told); });

@@ -86,7 +86,7 @@ low_memory='dd if=/dev/mem of=/tmp/low bs=64k skip=15 count=1 2>/dev/null && tes
 kernels_table=/sys/firmware/dmi/tables/smbios_entry_point
 
 echo "# Who the machine is"
-vm_prepare build/release/tools build/release/src/sbin/tav_init
+vm_prepare build/release/tools build/release/src/sbin/tav_init build/release/tools/tav_trace
 # Without sysfs there is nothing but the entry point in low memory.
 check_blade BIOS "$low_memory && grep -q _SM_ /tmp/low && umount /sys"
 check_blade "UEFI, 32 bit" "$low_memory && ! grep -q _SM /tmp/low && grep -q _SM_ $kernels_table" \
@@ -106,6 +106,12 @@ guest_ends "once" 0 'tav_init -s'
 await "once: address in the configuration space" 'conf_server_IPAddress1 +192\.0\.2\.1$' bmc_view
 expect "once: address in the port's record" '^ +192\.0\.2\.1$' bmc_view
 expect "once: the record is sound" 'checksums: header right, body right' bmc_view
+
+guest_ends "record: once" 0 'tav_trace -o /tmp/record -s >/tmp/lines'
+guest 'cat /tmp/record' >"$vm_folder/record"
+expect "record: what the driver carried" 'Read FRU data: .* -> ok' guest 'cat /tmp/lines'
+expect "record: replays outside" "Replayed as recorded, exchanges: $(wc -l <<<"$(guest 'cat /tmp/lines')")" \
+    build/release/tools/tav_sim --root "$vm_folder/host" --replay "$vm_folder/record" -- -s
 
 start_daemon "daemon: start"
 guest_ends "daemon: number in the pid file" 0 'grep -qx tav_init /proc/$(cat /var/run/tavd.pid)/comm'
