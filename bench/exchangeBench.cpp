@@ -3,6 +3,8 @@
 #include "benchPaths.h"
 #include "hostPaths.h"
 #include "ipmiDevice.h"
+#include "recorder.h"
+#include "recordingDevice.h"
 #include "stillClock.h"
 #include "tavIpmi.h"
 
@@ -11,6 +13,9 @@
 #include <cstring>
 
 #include <benchmark/benchmark.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -48,6 +53,7 @@ class InstantDevice final : public IpmiDevice {
 };
 
 InstantDevice device;
+IpmiDevice* agentsDevice = &device;
 
 void exchange(benchmark::State& state) {
     const unsigned long calls = device.calls;
@@ -67,10 +73,30 @@ void exchange(benchmark::State& state) {
 }
 BENCHMARK(exchange);
 
+/// The same with what tav_trace -o puts in between; the difference is what that costs.
+void recordedExchange(benchmark::State& state) {
+    const std::string file = "/tmp/tav_bench." + std::to_string(::getpid());
+    sim::Recorder recorder(
+        {file, "", false}, {}, [] { return agentClock().monotonic(); },
+        [](const sim::Exchange&) {});
+    sim::RecordingDevice recording(
+        device, [] { return agentClock().monotonic(); }, [&] { recorder.noteEndRequest(); },
+        [&](const sim::Exchange& told) { recorder.take(told); });
+    agentsDevice = &recording;
+    exchange(state);
+    agentsDevice = &device;
+    struct stat record {};
+    ::stat(file.c_str(), &record);
+    state.counters["bytes"] =
+        static_cast<double>(record.st_size) / static_cast<double>(state.iterations());
+    ::unlink(file.c_str());
+}
+BENCHMARK(recordedExchange);
+
 } // namespace
 
 IpmiDevice& ipmiDevice() noexcept {
-    return device;
+    return *agentsDevice;
 }
 AgentClock& agentClock() noexcept {
     static sim::StillClock clock;

@@ -22,6 +22,7 @@ inline constexpr const char* deviceCallNames[] = {"open",    "send",  "wait",
 struct Exchange {
     unsigned number = 0; // 1-based
     std::chrono::milliseconds sentAt{};
+    std::chrono::milliseconds endedAt{}; // when its outcome was known
     int addressType = 0;            // IPMI_SYSTEM_INTERFACE_ADDR_TYPE, ...
     unsigned char slaveAddress = 0; // on the IPMB; 0 otherwise
     unsigned char netfn = 0;
@@ -30,7 +31,7 @@ struct Exchange {
     Bytes request;
     std::optional<Bytes> response; // completion code first; empty when nobody received one
     bool foreignId = false;        // the response was for another message id
-    unsigned otherRecords = 0;     // received before it
+    std::vector<int> otherRecords; // receive types of records before it
     std::optional<DeviceCall> failedCall;
     int error = 0; // errno of the failed call
 };

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 namespace sim {
 
@@ -219,14 +218,13 @@ std::string requestText(const Exchange& exchange) {
 
 std::string outcomeText(const Exchange& exchange) {
     if (exchange.failedCall) {
-        const char* const name = ::strerrorname_np(exchange.error);
         return std::string(deviceCallNames[static_cast<int>(*exchange.failedCall)]) +
-               " failed: errno " + (name == nullptr ? std::to_string(exchange.error) : name);
+               " failed: errno " + errnoName(exchange.error);
     }
     std::string text = answerText(exchange);
     text += exchange.foreignId && exchange.response ? " (to a foreign message id)" : "";
-    if (exchange.otherRecords != 0) {
-        text += " (other records before: " + std::to_string(exchange.otherRecords) + ")";
+    if (!exchange.otherRecords.empty()) {
+        text += " (other records before: " + std::to_string(exchange.otherRecords.size()) + ")";
     }
     return text;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstring>
 #include <iterator>
 #include <stdexcept>
 
@@ -74,6 +75,22 @@ std::string macText(Data mac) {
         text += (text.empty() ? "" : ":") + hexByte(octet).substr(2);
     }
     return text;
+}
+
+std::string errnoName(int error) {
+    const char* const name = ::strerrorname_np(error);
+    return name == nullptr ? std::to_string(error) : name;
+}
+
+int errnoNamed(std::string_view name) {
+    constexpr int highestErrno = 133;
+    for (int error = 1; error <= highestErrno; ++error) {
+        const char* const known = ::strerrorname_np(error);
+        if (known != nullptr && name == known) {
+            return error;
+        }
+    }
+    throw std::invalid_argument("'" + std::string(name) + "' is not the name of an errno value");
 }
 
 long parseNumber(std::string_view text, long least, long most) {

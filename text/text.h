@@ -24,6 +24,11 @@ inline constexpr std::size_t macLength = 6;
 /// "02:00:00:00:00:01"
 std::string macText(Data mac);
 
+/// "EIO"; the number when it has no name.
+std::string errnoName(int error);
+/// Throws std::invalid_argument when nothing is called so.
+int errnoNamed(std::string_view name);
+
 /// Whole number, decimal or with 0x in front, between `least` and `most`; otherwise throws
 /// std::invalid_argument saying what it should have been.
 long parseNumber(std::string_view text, long least, long most);

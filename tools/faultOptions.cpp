@@ -48,18 +48,6 @@ Halves split(std::string_view text, char separator) {
     return {text.substr(0, place), text.substr(place + 1)};
 }
 
-/// By name: "EIO".
-int parseErrno(std::string_view name) {
-    constexpr int highestErrno = 133;
-    for (int error = 1; error <= highestErrno; ++error) {
-        const char* const known = ::strerrorname_np(error);
-        if (known != nullptr && name == known) {
-            return error;
-        }
-    }
-    throw std::invalid_argument("'" + std::string(name) + "' is not the name of an errno value");
-}
-
 /// By name: "SIGTERM".
 int parseSignal(std::string_view name) {
     for (int signal = 1; signal < SIGRTMIN; ++signal) {
@@ -100,7 +88,7 @@ DeviceCall parseDeviceCall(std::string_view name) {
 void parseDeviceError(std::string_view text, Fault& fault) {
     const auto [error, call] = split(text, '@');
     fault.kind = FaultKind::deviceError;
-    fault.value = parseErrno(error);
+    fault.value = errnoNamed(error);
     fault.call = parseDeviceCall(call);
 }
 
@@ -155,7 +143,7 @@ FailingCall parseFailingCall(std::string_view text) {
     const auto [number, error] = split(text, ':');
     const bool fromThenOn = number.ends_with('+');
     const std::string_view digits = number.substr(0, number.size() - (fromThenOn ? 1 : 0));
-    return {parseCallNumber(digits), fromThenOn, parseErrno(error)};
+    return {parseCallNumber(digits), fromThenOn, errnoNamed(error)};
 }
 
 RaisedSignal parseRaisedSignal(std::string_view text) {

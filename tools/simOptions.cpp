@@ -14,6 +14,10 @@ std::vector<Option> optionTable(SimOptions& options) {
         {{"--no-device", false, [&options](Text) { options.noDevice = true; }},
          {"--versions", false, [&options](Text) { options.versions = true; }},
          {"--root", true, [&options](Text value) { options.root = value; }},
+         {"--record", true, [&options](Text value) { options.recording.record = value; }},
+         {"--mask", false, [&options](Text) { options.recording.mask = true; }},
+         {"--pcap", true, [&options](Text value) { options.recording.pcap = value; }},
+         {"--replay", true, [&options](Text value) { options.replay = value; }},
          {"--smbios", true,
           [&options](Text value) { options.smbiosForm = namedSmbiosForm(value); }},
          {"--fault", true,
@@ -53,6 +57,13 @@ Runs the agent on a simulated BMC and shows every exchange between them.
                        versions finds
   --status[=FORM]      show at the end what tav_status shows of this server, as text (default),
                        json, metrics or check; with no option of the agent's do only that
+  --record FILE        record the conversation as tav_trace -o does
+  --pcap FILE          write it for Wireshark as tav_trace --pcap does
+  --mask               mask serial numbers, texts and addresses in all that is written
+  --replay FILE        in place of a BMC, answer from a record, in its network and on its machine.
+                       Exit status: 2 if the record cannot be used, 3 if the agent asks something
+                       else than is recorded, 4 if it asks more because the record was cut off;
+                       otherwise the agent's, and that of its daemon, whose end is waited for
 )") + bmcUsage() +
            R"(
 The host:

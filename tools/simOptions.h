@@ -2,6 +2,7 @@
 
 #include "bmcOptions.h"
 #include "misbehaviour.h"
+#include "recordOptions.h"
 #include "statusForms.h"
 
 #include <optional>
@@ -14,6 +15,8 @@ struct SimOptions : BmcOptions {
     std::optional<tavStatus::Form> status;
     SmbiosForm smbiosForm = SmbiosForm::sysfs3;
     std::string root; // empty: the real host's files
+    RecordOptions recording;
+    std::string replay; // a record; empty: none
     Misbehaviour misbehaviour;
     std::vector<char*> agentArguments; // argv[0], the agent's own, and the closing null pointer
 

@@ -1,23 +1,27 @@
 // The agent on simulated seams: the entry point of tav_sim, and the seams' definitions.
 
 #include "bmcView.h"
+#include "hostDescription.h"
 #include "hostFiles.h"
+#include "recorder.h"
+#include "recordingDevice.h"
+#include "replay.h"
 #include "simClock.h"
 #include "simDevice.h"
 #include "simOptions.h"
 #include "trace.h"
 #include "versionsText.h"
+#include "workingProcess.h"
 
-#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <new>
+#include <memory>
 #include <optional>
 
-#include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 extern "C" {
@@ -55,15 +59,43 @@ struct World {
     sim::SimOptions options;
     sim::HostFiles files;
     sim::SimClock clock;
+    std::unique_ptr<sim::Replay> replay; // in place of clock and BMC
+    AgentClock& agentsClock;
     sim::Trace trace;
     sim::Bmc bmc;
     sim::SimDevice device;
+    std::optional<sim::Recorder> recorder;
+    std::optional<sim::RecordingDevice> recordingDevice;
+    IpmiDevice* agentsDevice;
 };
+
+/// Null when there is none. A record must not be overwritten by that of its own replay.
+std::unique_ptr<sim::Replay> openReplay(const sim::SimOptions& options) {
+    if (options.replay.empty()) {
+        return nullptr;
+    }
+    std::error_code noSuchFile;
+    for (const std::string& output : {options.recording.record, options.recording.pcap}) {
+        if (std::filesystem::equivalent(output, options.replay, noSuchFile)) {
+            throw sim::UsageError("'" + output + "' is being replayed");
+        }
+    }
+    return std::make_unique<sim::Replay>(options.replay);
+}
+
+AgentClock& clockOf(World& world) {
+    if (world.replay) {
+        return world.replay->clock();
+    }
+    return world.clock;
+}
 
 World::World(sim::SimOptions options_) :
     options(std::move(options_)), files(filesFor(options)), clock(options.speed),
-    trace(options.trace, clock.monotonic()), bmc([this] { return clock.monotonic(); }),
-    device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }) {
+    replay(openReplay(options)), agentsClock(clockOf(*this)),
+    trace(options.trace, agentsClock.monotonic()), bmc([this] { return clock.monotonic(); }),
+    device(bmc, [this](std::chrono::microseconds span) { return clock.sleep(span); }),
+    agentsDevice(&device) {
     sim::setUp(bmc, options);
     device.misbehave(options.misbehaviour);
     device.setNodePresent(!options.noDevice);
@@ -74,17 +106,42 @@ World::World(sim::SimOptions options_) :
 
 World* world = nullptr;
 
-// The process that works with the BMC now: a daemon's child takes over from its parent. Shared
-// between the two, so that the parent, which ends later or earlier, knows.
-std::atomic<pid_t>* worker = nullptr;
+void printLine(const sim::Exchange& exchange) {
+    if (!world->options.quiet) {
+        world->trace.line(exchange);
+    }
+}
 
-void becomeWorker() {
-    *worker = ::getpid();
+void arrangeReplay() {
+    world->replay->setUpHost(world->options.smbiosForm, world->files);
+    world->agentsDevice = &world->replay->device();
+}
+
+/// From here on the recorder prints, in place of the simulated device.
+void arrangeRecording() {
+    world->device.observe({});
+    const auto now = [] { return world->agentsClock.monotonic(); };
+    const auto options = std::span(world->options.agentArguments).subspan(1);
+    sim::Recorder& recorder = world->recorder.emplace(
+        world->options.recording, sim::describeHost("tav_sim", options), now, printLine);
+    world->agentsDevice = &world->recordingDevice.emplace(
+        *world->agentsDevice, now, [&recorder] { recorder.noteEndRequest(); },
+        [&recorder](const sim::Exchange& exchange) { recorder.take(exchange); });
+}
+
+/// Who starts a daemon to be replayed ends as that does: its life is so short that it may be over
+/// before its answer is noticed.
+void endAsTheDaemonDoes() {
+    int status = 0;
+    if (::waitpid(sim::workingProcess(), &status, 0) != -1 && WIFEXITED(status)) {
+        ::_exit(WEXITSTATUS(status));
+    }
 }
 
 /// As tav_status would, through the device; the trace is that of the agent, without it.
 int showStatus() {
     world->device.observe({});
+    world->agentsDevice = &world->device;
     const tavStatus::Shown shown =
         tavStatus::showStatus(tavStatus::collectStatus(), *world->options.status);
     world->trace.print(shown.text);
@@ -97,28 +154,22 @@ void showBmc() {
 }
 
 void showEnd() {
-    if (*worker != ::getpid()) {
+    if (sim::workingProcess() != ::getpid()) {
+        if (world->replay) {
+            endAsTheDaemonDoes();
+        }
         return;
     }
-    if (world->options.status) {
+    if (world->recorder) {
+        world->recorder->close();
+    }
+    if (world->replay) {
+        world->trace.print(world->replay->closingLine());
+    } else if (world->options.status) {
         world->trace.print(world->options.quiet ? "" : "\n");
         showStatus();
     } else {
         showBmc();
-    }
-}
-
-void arrangeClosingView() {
-    void* const shared =
-        ::mmap(nullptr, sizeof *worker, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (shared == MAP_FAILED) {
-        throw std::bad_alloc();
-    }
-    worker = new (shared) std::atomic<pid_t>;
-    becomeWorker();
-    ::pthread_atfork(nullptr, nullptr, becomeWorker);
-    if (std::atexit(showEnd) != 0) {
-        throw std::bad_alloc();
     }
 }
 
@@ -138,7 +189,13 @@ std::optional<int> prepare(int argc, char** argv) {
     if (world->options.status && !world->options.hasAgentOptions()) {
         return showStatus();
     }
-    arrangeClosingView();
+    if (world->replay) {
+        arrangeReplay();
+    }
+    if (world->replay || world->options.recording.any() || world->options.recording.mask) {
+        arrangeRecording();
+    }
+    sim::watchWorkingProcess(showEnd);
     // Whoever reads the trace may go before the agent does.
     return std::signal(SIGPIPE, SIG_IGN) == SIG_ERR ? std::optional(EXIT_SUCCESS) : std::nullopt;
 }
@@ -146,10 +203,10 @@ std::optional<int> prepare(int argc, char** argv) {
 } // namespace
 
 IpmiDevice& ipmiDevice() noexcept {
-    return world->device;
+    return *world->agentsDevice;
 }
 AgentClock& agentClock() noexcept {
-    return world->clock;
+    return world->agentsClock;
 }
 HostPaths hostPaths() noexcept {
     return world->files.paths();

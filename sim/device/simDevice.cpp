@@ -178,7 +178,7 @@ int SimDevice::sendRequest(Descriptor& sender, const ipmi_req& request, int sche
     if (const int error = fault != 0 ? fault : refusal) {
         return fail(sender, DeviceCall::send, error);
     }
-    carryOut(sender, request.msgid);
+    carryOut(sender);
     return 0;
 }
 
@@ -263,12 +263,13 @@ void SimDevice::begin(Descriptor& sender, const ipmi_req& request) {
     exchange.netfn = request.msg.netfn;
     exchange.cmd = request.msg.cmd;
     exchange.request.assign(request.msg.data, request.msg.data + request.msg.data_len);
+    sender.msgid = request.msgid;
     sender.pending = true;
 }
 
 /// Has the BMC serve the request of `sender` and queues what comes back.
-void SimDevice::carryOut(Descriptor& sender, long msgid) {
-    Exchange& exchange = sender.exchange;
+void SimDevice::carryOut(Descriptor& sender) {
+    const Exchange& exchange = sender.exchange;
     const unsigned number = exchange.number;
     queueOtherRecords(sender);
     if (misbehaviour.find(FaultKind::silent, number) != nullptr ||
@@ -277,9 +278,9 @@ void SimDevice::carryOut(Descriptor& sender, long msgid) {
         return;
     }
     const Fault* const slow = misbehaviour.find(FaultKind::slow, number);
-    exchange.foreignId = misbehaviour.find(FaultKind::foreignId, number) != nullptr;
+    const bool foreignId = misbehaviour.find(FaultKind::foreignId, number) != nullptr;
     sender.records.push_back({.type = IPMI_RESPONSE_RECV_TYPE,
-                              .msgid = exchange.foreignId ? msgid ^ 1 : msgid,
+                              .msgid = foreignId ? sender.msgid ^ 1 : sender.msgid,
                               .netfn = static_cast<unsigned char>(exchange.netfn | 1U),
                               .cmd = exchange.cmd,
                               .data = answerTo(exchange),
@@ -337,15 +338,18 @@ void SimDevice::deliver(Descriptor& receiver, ipmi_recv& destination) {
     destination.msg.data_len = static_cast<unsigned short>(record.data.size());
     std::ranges::copy(record.data, destination.msg.data);
     if (record.type != IPMI_RESPONSE_RECV_TYPE) {
-        ++receiver.exchange.otherRecords;
+        receiver.exchange.otherRecords.push_back(record.type);
         return;
     }
     receiver.exchange.response = std::move(record.data);
+    // Also one that came too late for the exchange before.
+    receiver.exchange.foreignId = record.msgid != receiver.msgid;
     finish(receiver);
 }
 
 void SimDevice::finish(Descriptor& descriptor) {
     if (descriptor.pending && observer) {
+        descriptor.exchange.endedAt = bmc.now();
         observer(descriptor.exchange);
     }
     descriptor.pending = false;

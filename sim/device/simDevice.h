@@ -67,6 +67,7 @@ class SimDevice final : public IpmiDevice {
     struct Descriptor {
         std::deque<Record> records;
         Exchange exchange;
+        long msgid = 0;       // of its request
         bool pending = false; // the outcome of `exchange` is not known yet
         bool locked = false;
     };
@@ -92,7 +93,7 @@ class SimDevice final : public IpmiDevice {
 
     int lowestUnused() const;
     void begin(Descriptor& sender, const ipmi_req& request);
-    void carryOut(Descriptor& sender, long msgid);
+    void carryOut(Descriptor& sender);
     Bytes answerTo(const Exchange& exchange);
     void queueOtherRecords(Descriptor& sender);
     void deliver(Descriptor& receiver, ipmi_recv& destination);

@@ -32,10 +32,10 @@ extern "C" int uname(utsname* buffer) {
 }
 
 IpmiDevice& ipmiDevice() noexcept {
-    return world->device;
+    return *world->agentsDevice;
 }
 AgentClock& agentClock() noexcept {
-    return world->clock;
+    return *world->agentsClock;
 }
 HostPaths hostPaths() noexcept {
     return world->paths.paths();

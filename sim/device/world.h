@@ -45,6 +45,9 @@ class World {
     sim::Bmc bmc;
     sim::SimDevice device;
     sim::HostFiles paths;
+    // What the agent gets, if a test does not put something in between:
+    IpmiDevice* agentsDevice = &device;
+    AgentClock* agentsClock = &clock;
 };
 
 /// What uname(2) says of the kernel's name; the real one if null, and nothing if it is empty.

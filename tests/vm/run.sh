@@ -81,7 +81,8 @@ low_memory='dd if=/dev/mem of=/tmp/low bs=64k skip=15 count=1 2>/dev/null && tes
 kernels_table=/sys/firmware/dmi/tables/smbios_entry_point
 
 echo "# Who the machine is"
-vm_prepare build/release/tools build/release/src/sbin/tav_init /usr/bin/flock
+vm_prepare build/release/tools build/release/src/sbin/tav_init build/release/tools/tav_trace \
+    /usr/bin/flock
 # Without sysfs there is nothing but the entry point in low memory.
 check_blade BIOS "$low_memory && grep -q _SM_ /tmp/low && umount /sys"
 check_blade "UEFI, 32 bit" "$low_memory && ! grep -q _SM /tmp/low && grep -q _SM_ $kernels_table" \
@@ -109,6 +110,12 @@ expect "record locked by another program: left alone" '^0$' writes_behind "$lock
 guest 'kill $(pidof sleep)'
 guest_ends "record unlocked again: once" 0 'tav_init -s'
 expect "record unlocked again: written" '^[1-9]' writes_behind "$locked"
+
+guest_ends "record: once" 0 'tav_trace -o /tmp/record -s >/tmp/lines'
+guest 'cat /tmp/record' >"$vm_folder/record"
+expect "record: what the driver carried" 'Read FRU data: .* -> ok' guest 'cat /tmp/lines'
+expect "record: replays outside" "Replayed as recorded, exchanges: $(wc -l <<<"$(guest 'cat /tmp/lines')")" \
+    build/release/tools/tav_sim --root "$vm_folder/host" --replay "$vm_folder/record" -- -s
 
 start_daemon "daemon: start"
 guest_ends "daemon: number in the pid file" 0 'grep -qx tav_init /proc/$(cat /var/run/tavd.pid)/comm'

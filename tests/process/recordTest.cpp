@@ -1,0 +1,220 @@
+// Recording and replaying with the real programs: each in a process of its own.
+
+#include "programs.h"
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+class Recording : public Programs {
+  public:
+    std::string file(const std::string& name) const { return root() + "/" + name; }
+    std::string record() const { return file("record"); }
+
+    /// What was said since the last look, without the times, and without what comes behind.
+    std::string conversation() {
+        const std::string said = std::regex_replace(trace(), std::regex(" *[0-9.]+ s(?=  #)"), "");
+        clearTrace();
+        return said.substr(0, said.find("\n\n"));
+    }
+
+    End replay(const Words& agent) { return runSim({"--replay", record()}, agent); }
+
+    /// Replaces the first match in the record.
+    void change(const std::string& pattern, const std::string& by) const {
+        const std::string changed = std::regex_replace(contentOf(record()), std::regex(pattern), by,
+                                                       std::regex_constants::format_first_only);
+        std::ofstream(record()) << changed;
+    }
+};
+
+TEST_F(Recording, ofEveryMachineReplays) {
+    for (const char* machine : {"plain", "blade", "old-blade", "kestrelbox", "nic", "nic-blade"}) {
+        const bool adapter = std::string(machine).starts_with("nic");
+        shell(std::string("ip link set tav0 address 02:00:00:00:00:") + (adapter ? "12" : "02"));
+        for (const char* more : {"--quiet", "--mask"}) {
+            SCOPED_TRACE(std::string(machine) + " " + more);
+            // So many addresses that a port's function has to grow.
+            shell("for i in $(seq 12); do ip address add 2001:db8::$i/64 dev tav0 nodad; done");
+            EXPECT_EQ(runSim({"--machine", machine, "--record", record(), more}, {"-s"}).code(), 0);
+            shell("ip -6 address flush dev tav0");
+            const std::string said = conversation();
+            EXPECT_EQ(replay({"-s"}).code(), 0);
+            const std::string replayed = conversation();
+            EXPECT_THAT(replayed, HasSubstr("= 10."));
+            if (more == std::string("--mask")) {
+                EXPECT_EQ(replayed, said);
+                EXPECT_THAT(contentOf(record()), Not(HasSubstr("10.0.0.1")));
+            }
+        }
+    }
+}
+
+TEST_F(Recording, ofTheLastingModesReplays) {
+    const std::tuple<const char*, Words, int> modes[] = {
+        {"plain", {"-n"}, 1}, {"kestrelbox", {"-n"}, 1}, {"kestrelbox", {}, 0}, {"nic", {}, 0}};
+    for (const auto& [machine, agent, code] : modes) {
+        SCOPED_TRACE(std::string(machine) + (agent.empty() ? "" : " -n"));
+        ::unlink(record().c_str());
+        const pid_t started = startSim({"--machine", machine, "--watchdog", "240", "--speed", "300",
+                                        "--record", record(), "--fault", "90:silent"},
+                                       agent);
+        EXPECT_TRUE(agent.empty() ? await(started).code() == 0 : true);
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (contentOf(record()).find("\nE 140 ") == std::string::npos) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end) << trace();
+            ::usleep(1000);
+        }
+        EXPECT_EQ(stop(agent.empty() ? daemon() : started).code(), code);
+        const std::string said = conversation();
+        EXPECT_THAT(contentOf(record()), HasSubstr("\nS "));
+        EXPECT_EQ(replay(agent).code(), code);
+        EXPECT_THAT(endOfChildren(), testing::Each(code));
+        EXPECT_EQ(conversation(), said);
+    }
+}
+
+/// Made on the demo's machines, and once in a virtual machine on the real driver.
+TEST_F(Recording, thatWasKeptReplays) {
+    int records = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(TAV_RECORDS)) {
+        SCOPED_TRACE(entry.path());
+        const std::string content = contentOf(entry.path());
+        Words agent;
+        for (const char* mode : {"-n", "-s", "-t"}) {
+            if (content.find(std::string("\noptions \"") + mode) != std::string::npos) {
+                agent.emplace_back(mode);
+            }
+        }
+        const bool foreground = !agent.empty() && agent[0] == "-n";
+        EXPECT_EQ(runSim({"--replay", entry.path()}, agent).code(), foreground ? 1 : 0);
+        endOfChildren();
+        EXPECT_THAT(trace(), HasSubstr("Replayed as recorded"));
+        clearTrace();
+        ++records;
+    }
+    EXPECT_GE(records, 8);
+}
+
+TEST_F(Recording, thatDoesNotFitSaysWhere) {
+    const struct {
+        const char *pattern, *by;
+        int code;
+        const char* error;
+    } cases[] = {
+        {"(E 10 .*E0 )D97E", "$1D97F", 3, "line 20: the agent asks something else\n  recorded: "},
+        {"bmc (24 0)|bmc 06 0 24", "bmc 06 1 24", 3, "LUN 1, command 0x24"},
+        {"interface 2 \"tav0\"(.*)10.0.0.1/", "interface 2 \"tav0\"$0110.0.0.2/", 3, "10.0.0.1"},
+        {"\nend 24\n", "\nE 25 9.000 0.000 bmc 06 0 01 - > C1 ; \nend 25\n", 3,
+         "line 35: the agent has ended without asking"},
+        {"\nE 24 [^]*", "\nend 23\n", 3, "behind its end, line 34: the agent asks"},
+        {"\nE 20 [^]*", "\nE 20 0.0", 4, "was cut off behind line 29; replayed up to there"},
+        {"\nend 24\n", "\n", 4, "was cut off behind line 34; replayed up to there, exchanges: 24"},
+        {"\nE 20 ", "\nE 21 ", 2, "line 30: is not exchange 20"},
+        {"#tav-record 1", "#tav-record 7", 2, "version '7'; only version 1"},
+        {"[^]*", "", 2, "is empty"},
+    };
+    EXPECT_EQ(runSim({"--record", record()}, {"-s"}).code(), 0);
+    const std::string whole = contentOf(record());
+    for (const auto& [pattern, by, code, error] : cases) {
+        std::ofstream(record()) << whole;
+        change(pattern, by);
+        const End end = replay({"-s"});
+        EXPECT_EQ(end.code(), code) << pattern;
+        EXPECT_THAT(end.error, HasSubstr(error)) << pattern;
+    }
+    shell("truncate -s 1G " + record());
+    const End end = replay({"-s"});
+    EXPECT_EQ(end.code(), 2);
+    EXPECT_THAT(end.error, HasSubstr("line 1: longer than any of a record"));
+}
+
+TEST_F(Recording, thatCannotBeWrittenHoldsNobodyUp) {
+    const struct {
+        Words options;
+        int code;
+        std::string error;
+    } cases[] = {
+        {{"--machine", "nic", "--record", file("small/one")},
+         0,
+         "recording stopped: " + file("small/one: No space")},
+        {{"--machine", "nic", "--pcap", file("small/one")},
+         0,
+         "packets stopped: " + file("small/one: No space left")},
+        {{"--record", "/nowhere/at/all"}, 0, "recording stopped: /nowhere/at/all: No such file"},
+        {{"--record", file("one"), "--pcap", file("one")}, 2, "is being written already"},
+        {{"--record", file("stdout")}, 2, "is where standard output"},
+        {{"--record", file("one"), "--replay", file("one")}, 2, "is being replayed"},
+    };
+    shell("mkdir " + file("small") + "; mount -t tmpfs -o size=4k tmpfs " + file("small"));
+    for (const auto& [options, code, error] : cases) {
+        std::ofstream(file("one")) << "";
+        const End end = runSim(options, {"-s"});
+        EXPECT_EQ(end.code(), code) << error;
+        EXPECT_THAT(end.error, HasSubstr(error));
+        if (code == 0) {
+            EXPECT_EQ(std::ranges::count(end.error, '\n'), 1);
+            EXPECT_THAT(trace(), HasSubstr("= 10.0.0.1"));
+        }
+        clearTrace();
+    }
+    shell("umount " + file("small"));
+}
+
+/// There is no device here; the file that ends too early is the limit's doing.
+TEST_F(Recording, ofTheRealDeviceWorksAlike) {
+    EXPECT_EQ(run({TAV_TRACE, "-o", record(), "--pcap", file("pcap"), "-s"}).code(), 1);
+    EXPECT_THAT(trace(), HasSubstr("Open of the device node"));
+    EXPECT_THAT(contentOf(record()), AllOf(HasSubstr("program \"tav_trace "),
+                                           HasSubstr("fail open ENOENT ; "), HasSubstr("\nend ")));
+    clearTrace();
+    EXPECT_EQ(replay({"-s"}).code(), 1);
+    EXPECT_THAT(trace(), HasSubstr("Replayed as recorded"));
+    clearTrace();
+    run({"sh", "-c", "(ulimit -f 0; exec " TAV_TRACE " -o " + record() + " -- -t) 2>&1 | cat"});
+    EXPECT_THAT(trace(), AllOf(HasSubstr("recording stopped: "), HasSubstr("Open of")));
+    EXPECT_EQ(run({TAV_TRACE, "-o"}).code(), 2);
+}
+
+/// Every standard command has its name there, every answer its request, and all checksums are
+/// right.
+TEST_F(Recording, isUnderstoodByWireshark) {
+    EXPECT_EQ(runSim({"--machine", "kestrelbox", "--speed", "100", "--pcap", file("pcap"),
+                      "--record", record(), "--fault", "9:silent"},
+                     {"-s"})
+                  .code(),
+              0);
+    clearTrace();
+    EXPECT_EQ(
+        run({"tshark", "-n", "-o", "ipmi.dissect_bus_commands:TRUE", "-V", "-r", file("pcap")})
+            .code(),
+        0);
+    const std::string seen = trace();
+    const auto count = [&seen](std::string_view text) {
+        int found = 0;
+        for (auto at = seen.find(text); at != std::string::npos; at = seen.find(text, at + 1)) {
+            ++found;
+        }
+        return found;
+    };
+    const std::string said = contentOf(record());
+    const auto exchanges = std::stoi(said.substr(said.find("\nend ") + 5));
+    EXPECT_EQ(count("Version: 0x06"), 2 * exchanges - 1) << "one was not answered";
+    EXPECT_EQ(count("[Response to: "), exchanges - 1);
+    EXPECT_EQ(count("Command: Get Watchdog Timer"), 2);
+    EXPECT_EQ(count("Command: Set Watchdog Timer"), 2);
+    EXPECT_EQ(count("Command: Send Message"), 4);
+    EXPECT_EQ(count("Embedded message: Req, Platform Event"), 2);
+    EXPECT_EQ(count("Embedded message: Rsp, Platform Event, Command Completed"), 2);
+    EXPECT_EQ(count("incorrect") + count("Malformed"), 0);
+}
+
+} // namespace

@@ -1,0 +1,200 @@
+// Records of conversations: what the recording device tells, the text, and the replay.
+
+#include "outputFile.h"
+#include "recordFile.h"
+#include "recordMask.h"
+#include "recordingDevice.h"
+#include "replayDevice.h"
+#include "rig.h"
+#include "tavServerInfo.h"
+
+#include <sstream>
+
+using sim::Exchange;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+class Record : public Rig {
+  public:
+    Record() {
+        shell("ip tuntap add tav0 mode tap; ip address add 192.0.2.7/24 dev tav0;"
+              "ip link set tav0 address 02:00:00:00:00:02");
+    }
+    ~Record() override { removeInterfaces(); }
+
+    /// One pass of the agent in a process of its own, told of as lines of a record.
+    std::string pass(IpmiDevice& underneath) {
+        std::string lines;
+        const auto start = agentsClock->monotonic();
+        sim::RecordingDevice recording(
+            underneath, [this] { return agentsClock->monotonic(); }, [] {},
+            [&](const Exchange& exchange) { lines += sim::recordLine(exchange, start); });
+        agentsDevice = &recording;
+        try {
+            const TavServerInfo once(TavServerInfo::run_mode_once);
+        } catch (const std::exception&) {
+            // without an answer to its first questions
+        }
+        agentsDevice = &device;
+        return lines;
+    }
+};
+
+const char* const faults[] = {"100:silent",
+                              "1+:silent",
+                              "3+:errno=EIO@send",
+                              "9:errno=EIO@wait",
+                              "9:errno=EINTR@receive",
+                              "1:errno=EBUSY@open",
+                              "7+:errno=EPERM@open",
+                              "6:foreign-id",
+                              "5:events=2",
+                              "5:commands=5",
+                              "5:type=77",
+                              "8:length=0",
+                              "8:length=273",
+                              "4:cc=0xC0",
+                              "4:slow=2000",
+                              "4:errno=EIO@close"};
+
+/// Whatever happens at the device, and whoever the machine is: what is told is what the device
+/// itself knows, it survives being written and read, and it replays.
+TEST_F(Record, ofAPassIsWhatHappenedAndReplays) {
+    for (const char* machine : {"plain", "blade", "old-blade", "kestrelbox", "nic", "nic-blade"}) {
+        for (const char* fault : faults) {
+            SCOPED_TRACE(std::string(machine) + " " + fault);
+            inOwnProcess([&] {
+                become(machine);
+                goWrong(fault);
+                const auto start = clock.now;
+                const std::string lines = pass(device);
+                std::string known;
+                for (const Exchange& exchange : exchanges) {
+                    known += sim::recordLine(exchange, start);
+                }
+                EXPECT_EQ(lines, known);
+
+                clock.now += std::chrono::hours(1); // forgets what the agent keeps for a while
+                sim::ReplayClock recordsClock(clock.now);
+                std::istringstream text(sim::recordHeaderText({}) + lines + "end " +
+                                        std::to_string(exchanges.size()) + "\n");
+                sim::RecordReader reader(text);
+                sim::ReplayDevice replaying(
+                    recordsClock, [&reader] { return reader.next(); },
+                    [](const sim::RecordedStep*, const Exchange&) { FAIL(); });
+                agentsClock = &recordsClock;
+                EXPECT_EQ(pass(replaying), lines);
+                EXPECT_EQ(replaying.upcoming(), nullptr);
+                EXPECT_TRUE(reader.whole());
+            });
+        }
+    }
+}
+
+const sim::RecordHeader header{
+    .program = "test \"1\" \\x41",
+    .started = "now",
+    .kernel = "Linux \n",
+    .maker = 32473,
+    .masked = true,
+    .options = {"-n", "", "a b"},
+    .system = sim::RecordHeader::System{"maker", "product", "serial ", ""},
+    .enclosureSerials = {"one", ""},
+    .interfaces = {{.index = 7,
+                    .name = "eth\"0",
+                    .flags = 0x1043,
+                    .mtu = 1500,
+                    .mac = {2, 0, 0, 0, 0, 1},
+                    .ipv4 = {{{192, 0, 2, 1}, 24, {192, 0, 2, 255}}, {{10, 0, 0, 1}, 32, {}}},
+                    .ipv6 = {{{0xFE, 0x80}, 64}}}}};
+
+const std::string lines = "E 1 0.000 0.005 bmc 06 0 01 - > 0001 ; text\n"
+                          "E 2 0.005 5.000 ipmb:24 04 3 02 04C0 > silent ; text\n"
+                          "S 5.006 ; text\n"
+                          "E 3 5.006 0.000 none 00 0 00 - > fail open ENOENT ; text\n"
+                          "E 4 70000.000 0.000 bmc 2E 0 E0 57 > others 2,-3 foreign - ; text\n";
+
+/// A record that is cut anywhere is read up to there.
+TEST(RecordFile, isReadAsFarAsItGoes) {
+    const std::string head = sim::recordHeaderText(header);
+    const std::string all = head + lines + "end 4\n";
+    for (std::size_t length = head.size(); length <= all.size(); ++length) {
+        const std::string part = all.substr(head.size(), length - head.size());
+        std::istringstream text(head + part);
+        sim::RecordReader reader(text);
+        EXPECT_EQ(reader.header(), header);
+        std::ptrdiff_t steps = 0;
+        while (const auto step = reader.next()) {
+            ++steps;
+            EXPECT_EQ(step->exchange.has_value(), steps != 3);
+        }
+        const auto whole = std::ranges::count(part, '\n');
+        EXPECT_EQ(steps, std::min<std::ptrdiff_t>(whole, 5));
+        EXPECT_EQ(reader.whole(), length == all.size());
+    }
+}
+
+TEST(RecordFile, thatIsDamagedSaysWhere) {
+    const struct {
+        std::string from, to, error;
+    } cases[] = {
+        {"#tav-record 1", "#tav-record 2", "is a record of version '2'; only version 1"},
+        {"#tav-record 1", "program", "is not a record"},
+        {"program \"", "program ", "line 2: lacks a text in quotes"},
+        {"mac 0200", "mac 02", "line 11: has a MAC address that is none"},
+        {"192.0.2.1/24", "192.0.2.1/33", "line 11: '33' is not a number from 0 to 32"},
+        {"eth\\x220", "eth/0", "line 11: has a name that no interface can have"},
+        {"E 2 ", "E 3 ", "line 13: is not exchange 2"},
+        {"E 2 ", "X 2 ", "line 13: lacks 'S'"},
+        {"5.000 ipmb", "5. ipmb", "line 13: has '5.' in the place of a time"},
+        {"ipmb:24", "ipmb:2", "in the place of two hexadecimal digits"},
+        {"04C0 >", "04CG >", "has 'G' in the place of a hexadecimal digit"},
+        {"04C0 >", "04C0", "line 13: lacks '>'"},
+        {" bmc 2E 0", " bmc 2E 4", "line 16: '4' is not a number from 0 to 3"},
+        {"fail open", "fail opening", "has the unknown device call 'opening'"},
+        {"ENOENT", "ENONE", "'ENONE' is not the name of an errno value"},
+        {"2,-3", "2,", "is not a number"},
+        {"57 >", std::string(9000, '5') + " >", "line 16: longer than any of a record"},
+        {"end 4", "end 5", "line 17: ends a record with another number of exchanges"},
+    };
+    for (const auto& [from, to, error] : cases) {
+        std::string all = sim::recordHeaderText(header) + lines + "end 4\n";
+        all.replace(all.find(from), from.size(), to);
+        EXPECT_THAT(errorOf([&all] {
+                        std::istringstream text(all);
+                        sim::RecordReader reader(text);
+                        while (reader.next()) {
+                        }
+                    }),
+                    HasSubstr(error));
+    }
+    std::istringstream nothing;
+    EXPECT_EQ(errorOf([&nothing] { sim::RecordReader{nothing}; }), "is empty");
+}
+
+/// What a masked record must not show any more: process tests see that it replays.
+TEST_F(Record, thatIsMaskedTellsNoAddressesNorNames) {
+    shell("ip address add 2001:db8::7/64 dev tav0 nodad");
+    for (const char* machine : {"blade", "old-blade", "kestrelbox", "nic-blade"}) {
+        inOwnProcess([&] {
+            become(machine);
+            const std::string plain = pass(device);
+            sim::RecordMask mask;
+            std::string masked;
+            for (Exchange& exchange : exchanges) {
+                mask.apply(exchange);
+                masked += sim::recordLine(exchange, {});
+            }
+            for (const char* secret :
+                 {"192.0.2.7", "C0000207", "20010DB80000", "2001:db8::7", "0200000000",
+                  "010000000002", "SN0", "534E30", "demo-server"}) {
+                EXPECT_THAT(masked, Not(HasSubstr(secret)));
+            }
+            EXPECT_THAT(plain, HasSubstr("C0000207"));
+        });
+    }
+}
+
+} // namespace
