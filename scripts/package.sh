@@ -26,5 +26,14 @@ mkdir -p build/packages
 rm -f build/packages/*.deb
 mv "$work"/*.deb build/packages/
 rm -f build/packages/*-dbgsym_*
+# The service, and with the example that records it.
+units=$work/units
+mkdir -p "$units/tavd.service.d"
+dpkg-deb --fsys-tarfile build/packages/tav-init_*.deb |
+    tar -xO ./lib/systemd/system/tavd.service >"$units/tavd.service"
+systemd-analyze verify --man=no "$units/tavd.service"
+cp packaging/examples/tavd-trace.conf "$units/tavd.service.d/"
+systemd-analyze verify --man=no "$units/tavd.service"
+systemd-analyze security --offline=true --threshold=15 "$units/tavd.service" | tail -n 1
 lintian --allow-root --fail-on error,warning build/packages/*.deb
 ls -l build/packages

@@ -8,7 +8,7 @@ come last, for what nothing else noticed, and with --quick not at all."""
 import argparse, concurrent.futures, glob, json, os, random, re, shlex, signal, subprocess, tempfile
 
 BUILD = "build/mutants"
-PROGRAMS = ("src/sbin/tav_init", "tools/tav_sim")
+PROGRAMS = ("src/sbin/tav_init", "tools/tav_sim", "tests/tav_process_tests")
 LOOPS = "StartStop.*:FaultLoop.*:HostFault.*"
 # What may stand for what: either for the other, or each of a family for any of it.
 PAIRS = "== != < <= < >= > >= > <= + - * / % / & | << >> && || += -= |= &= ++ -- true false".split()

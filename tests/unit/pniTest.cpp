@@ -166,6 +166,7 @@ TEST_F(Pni, findsModulesPortsAndFunctionsInEveryFormat) {
         const TavIpmi ipmi = connection();
         EXPECT_EQ(access.getPortFunctionType(ipmi, 0, 0, 2), "FCoE");
         EXPECT_EQ(access.getPortFunctionType(ipmi, 0, 0, 3), "Unknown");
+        EXPECT_EQ(access.getPortFunctionType(ipmi, 1, 0, 0), "IB");
     }
 }
 
