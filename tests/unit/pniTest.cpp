@@ -273,8 +273,8 @@ TEST_F(Pni, withoutADeviceThereIsNothingToSay) {
     goWrong("2:errno=EIO@send");
     PniAccess access;
     EXPECT_FALSE(access);
-    EXPECT_THAT(log, ElementsAre(LogLine{LOG_ERR, "IPMI access has failed."},
-                                 errorWith("SEND_COMMAND")));
+    EXPECT_THAT(
+        log, ElementsAre(LogLine{LOG_ERR, "IPMI access has failed."}, errorWith("SEND_COMMAND")));
     EXPECT_EQ(access.getNumberOfMacAddresses(), 0U);
     device.behave();
     PniAccess sound;
