@@ -261,6 +261,9 @@ TEST_F(Blade, reportsGoOutAsTheChassisExpectsThem) {
         EXPECT_EQ(one.slaveAddress, one.netfn == 0x30 ? 0 : 0x24);
     }
     EXPECT_EQ(bmc.blade->chassis.osStatus, 5U);
+    goWrong("1-2:errno=EIO@send");
+    EXPECT_FALSE(info.sendIpAddressInfo(ipv4, portMac(2)));
+    EXPECT_FALSE(info.sendIpAddressInfo(IPv6Address(global), portMac(2)));
     exchanges.clear();
     EXPECT_FALSE(info.sendIpAddressInfo(ipv4, portMac(9)));
     EXPECT_THAT(exchanges, IsEmpty());

@@ -285,6 +285,9 @@ TEST_F(Cycle, survivesAnswersOfEveryLength) {
     for (const auto& [machine, from] : {std::pair{"kestrelbox", "2+"}, {"old-blade", "4+"}}) {
         become(machine);
         setVariable(66, "enabled");
+        device.behave();
+        runThread(1);
+        EXPECT_EQ(bmc.blade->chassis.bladeAddresses.size(), *from == '2' ? 2U : 1U) << "no IPv6";
         for (unsigned length = 0; length <= 272; ++length) {
             goWrong(from + std::string(":length=") + std::to_string(length));
             runThread(1);
