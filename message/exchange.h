@@ -23,8 +23,8 @@ struct Exchange {
     unsigned number = 0; // 1-based
     std::chrono::milliseconds sentAt{};
     std::chrono::milliseconds endedAt{}; // when its outcome was known
-    int addressType = 0;            // IPMI_SYSTEM_INTERFACE_ADDR_TYPE, ...
-    unsigned char slaveAddress = 0; // on the IPMB; 0 otherwise
+    int addressType = 0;                 // IPMI_SYSTEM_INTERFACE_ADDR_TYPE, ...
+    unsigned char slaveAddress = 0;      // on the IPMB; 0 otherwise
     unsigned char netfn = 0;
     unsigned char lun = 0;
     unsigned char cmd = 0;
