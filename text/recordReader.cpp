@@ -126,7 +126,7 @@ Bytes hexBytes(std::string_view digits) {
     if (digits == "-") {
         return bytes;
     }
-    if (digits.size() % 2 != 0 || digits.size() > 2 * IPMI_MAX_MSG_LENGTH) {
+    if (digits.size() % 2 != 0 || digits.size() > std::size_t{2} * IPMI_MAX_MSG_LENGTH) {
         refuse("has bytes that are not whole, or too many");
     }
     for (; !digits.empty(); digits.remove_prefix(2)) {

@@ -149,6 +149,7 @@ std::vector<RecordedInterface> describeInterfaces() {
         takeAddress(*element, interface);
     }
     std::vector<RecordedInterface> interfaces;
+    interfaces.reserve(found.size());
     for (auto& [index, interface] : found) {
         interfaces.push_back(std::move(interface));
     }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ranges>
 
 #include <fcntl.h>
 #include <net/if.h>
@@ -79,8 +78,9 @@ void addAddresses(const RecordedInterface& interface) {
         require(words);
     }
     // The kernel puts the last one of a scope first.
-    for (const auto& [address, length] : interface.ipv6 | std::views::reverse) {
-        require({"address", "replace", addressText(address) + "/" + std::to_string(length), "dev",
+    for (auto next = interface.ipv6.rbegin(); next != interface.ipv6.rend(); ++next) {
+        require({"address", "replace",
+                 addressText(next->address) + "/" + std::to_string(next->prefixLength), "dev",
                  interface.name, "nodad"});
     }
 }

@@ -18,12 +18,14 @@
 #include <unistd.h>
 
 extern "C" {
-// The names that the linker's --wrap gives to this program's definitions and to the agent's.
+// The names that the linker's --wrap gives to this program's entry and to the agent's.
 int __wrap_main(int argc, char** argv);
 int __real_main(int argc, char** argv);
-IpmiDevice& __wrap__Z10ipmiDevicev() noexcept;
-IpmiDevice& __real__Z10ipmiDevicev() noexcept;
 }
+
+// The same for ipmiDevice().
+IpmiDevice& recordedDevice() noexcept __asm__("__wrap__Z10ipmiDevicev");
+IpmiDevice& kernelsDevice() noexcept __asm__("__real__Z10ipmiDevicev");
 
 namespace {
 
@@ -110,7 +112,7 @@ Tracer::Tracer(Options options_) :
              sim::describeHost("tav_trace", std::span(options.agentArguments).subspan(1)), now,
              [this](const sim::Exchange& exchange) { trace.line(exchange); }),
     device(
-        __real__Z10ipmiDevicev(), now, [this] { recorder.noteEndRequest(); },
+        kernelsDevice(), now, [this] { recorder.noteEndRequest(); },
         [this](const sim::Exchange& exchange) { recorder.take(exchange); }) {}
 
 Tracer* tracer = nullptr;
@@ -138,7 +140,7 @@ bool prepare(int argc, char** argv) {
 
 } // namespace
 
-IpmiDevice& __wrap__Z10ipmiDevicev() noexcept {
+IpmiDevice& recordedDevice() noexcept {
     return tracer->device;
 }
 

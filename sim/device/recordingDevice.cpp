@@ -55,6 +55,8 @@ int RecordingDevice::wait(int fd, fd_set& readable, timeval& budget) noexcept {
     const int result = device.wait(fd, readable, budget);
     if (result == -1) {
         note([&, error = errno] { fail(fd, DeviceCall::wait, error); });
+    } else if (result == 0) {
+        note([&] { timeOut(fd); });
     }
     return result;
 }
@@ -106,6 +108,7 @@ void RecordingDevice::noteOpen(const char* path, int error) {
     if (std::strcmp(path, lastNode) != 0) {
         return;
     }
+    finishOverdue();
     begins();
     Exchange attempt;
     attempt.number = ++exchanges;
@@ -117,6 +120,7 @@ void RecordingDevice::noteOpen(const char* path, int error) {
 }
 
 void RecordingDevice::begin(int fd, const ipmi_req& request) {
+    finishOverdue();
     begins();
     Exchange exchange;
     exchange.number = ++exchanges;
@@ -125,7 +129,7 @@ void RecordingDevice::begin(int fd, const ipmi_req& request) {
     exchange.netfn = request.msg.netfn;
     exchange.cmd = request.msg.cmd;
     exchange.request.assign(request.msg.data, request.msg.data + request.msg.data_len);
-    pending.insert_or_assign(fd, Pending{std::move(exchange), request.msgid});
+    pending.insert_or_assign(fd, Pending{std::move(exchange), request.msgid, false});
 }
 
 void RecordingDevice::take(int fd, const ipmi_recv& record) {
@@ -148,6 +152,23 @@ void RecordingDevice::fail(int fd, DeviceCall call, int error) {
         found->second.exchange.failedCall = call;
         found->second.exchange.error = error;
         finish(fd);
+    }
+}
+
+void RecordingDevice::timeOut(int fd) {
+    if (const auto found = pending.find(fd); found != pending.end()) {
+        found->second.overdue = true;
+    }
+}
+
+/// Nobody waits for those any longer, though their connections are still open: whoever is told of
+/// exchanges is told in their order.
+void RecordingDevice::finishOverdue() {
+    for (auto next = pending.begin(); next != pending.end();) {
+        const int fd = (next++)->first;
+        if (pending[fd].overdue) {
+            finish(fd);
+        }
     }
 }
 

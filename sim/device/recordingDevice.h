@@ -33,6 +33,7 @@ class RecordingDevice final : public IpmiDevice {
     struct Pending {
         Exchange exchange;
         long msgid = 0;
+        bool overdue = false; // a wait for it has timed out
     };
 
     template <typename Work>
@@ -41,6 +42,8 @@ class RecordingDevice final : public IpmiDevice {
     void begin(int fd, const ipmi_req& request);
     void take(int fd, const ipmi_recv& record);
     void fail(int fd, DeviceCall call, int error);
+    void timeOut(int fd);
+    void finishOverdue();
     void finish(int fd);
     void tell(Exchange& exchange);
 
