@@ -179,7 +179,7 @@ TEST_F(Recording, ofTheRealDeviceWorksAlike) {
     EXPECT_EQ(replay({"-s"}).code(), 1);
     EXPECT_THAT(trace(), HasSubstr("Replayed as recorded"));
     clearTrace();
-    run({"sh", "-c", "(ulimit -f 0; exec " TAV_TRACE " -o " + record() + " -- -t) 2>&1 | cat"});
+    run({"sh", "-c", "(ulimit -f 1; exec " TAV_TRACE " -o " + record() + " -- -t) 2>&1 | cat"});
     EXPECT_THAT(trace(), AllOf(HasSubstr("recording stopped: "), HasSubstr("Open of")));
     EXPECT_EQ(run({TAV_TRACE, "-o"}).code(), 2);
 }
