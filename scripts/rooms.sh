@@ -21,4 +21,4 @@ arrows() {
 }
 
 diff --label "docs/rooms.md" --label "the includes" -U 0 \
-    <(sed -n 's/^ *\([a-z]* --> [a-z]*\)$/\1/p' docs/rooms.md | sort -u) <(arrows)
+    <(sed -n 's/^ *\([a-z]* --> [a-z]*\)$/\1/p' docs/rooms.md | sort) <(arrows)
