@@ -1,9 +1,9 @@
 #!/bin/bash
 # Runs clang-tidy over the sources as the preset clang compiles them, several at a time: most of its
 # price is the system's headers. Its path-sensitive checks, which only look into the file that is
-# compiled, see the agent's and the simulator's sources one by one. What was found clean is looked at
-# again only when it changed: a source, one of the project's headers in it, how it is compiled, the
-# configuration, or what is installed.
+# compiled, see the agent's sources one by one. What was found clean is looked at again only when it
+# changed: a source, one of the project's headers in it, how it is compiled, the configuration, or
+# what is installed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
@@ -49,7 +49,7 @@ while read -r command && read -r file; do
     */Unity/*)
         look_at "$path" '-clang-analyzer-*' "$command"
         for file in $(sed -n 's/^#include "\(.*\)"/\1/p' "$path"); do
-            case ${file#"$PWD/"} in src/* | sim/* | text/*)
+            case ${file#"$PWD/"} in src/*)
                 look_at "${file#"$PWD/"}" '-*,clang-analyzer-*' "${command/"$PWD/$path"/"$file"}" ;;
             esac
         done ;;

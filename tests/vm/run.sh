@@ -82,13 +82,33 @@ kernels_table=/sys/firmware/dmi/tables/smbios_entry_point
 
 echo "# Who the machine is"
 vm_prepare build/release/tools build/release/src/sbin/tav_init build/release/tools/tav_trace \
-    /usr/bin/flock
+    build/release/tools/tav_status /usr/bin/flock
 # Without sysfs there is nothing but the entry point in low memory.
 check_blade BIOS "$low_memory && grep -q _SM_ /tmp/low && umount /sys"
 check_blade "UEFI, 32 bit" "$low_memory && ! grep -q _SM /tmp/low && grep -q _SM_ $kernels_table" \
     -bios /usr/share/ovmf/OVMF.fd -machine q35,smbios-entry-point-type=32
 check_blade "UEFI, 64 bit" "$low_memory && ! grep -q _SM /tmp/low && grep -q _SM3_ $kernels_table" \
     -bios /usr/share/ovmf/OVMF.fd -machine q35,smbios-entry-point-type=64
+
+hundred_looks='n=0; while [ $n -lt 100 ] && { tav_status --check >/tmp/look || [ $? = 1 ]; }; do n=$((n + 1)); done; [ $n = 100 ] || cat /tmp/look; [ $n = 100 ]'
+
+echo "# tav_status beside a daemon that has something to do"
+bmc_start --machine nic --watchdog 240
+vm_boot
+add_interface eth0 192.0.2.1
+start_daemon "status: a daemon to look at"
+await "status: all is well" ' OK ' guest 'tav_status --check'
+for hundred in {1..10}; do
+    add_interface "more$hundred" "198.51.100.$hundred"
+    # A warning is in order: the daemon needs two minutes to see that.
+    guest_ends "status: a hundred looks, $hundred" 0 "$hundred_looks"
+done
+expect "status: the daemon has nothing to complain of" '^0$' guest \
+    'grep -c "\.err " /var/log/messages; true'
+expect "status: watchdog still running" 'running +yes' bmc_view
+expect "status: watchdog not expired" 'expired uses +none' bmc_view
+vm_off
+bmc_stop
 
 echo "# A day of a server, ten times as fast"
 vm_speed=10
