@@ -79,9 +79,9 @@ build release
 start_suite release '*'
 [[ $without ]] || start_test -10 machines tests/vm/run.sh # whose clock is fast
 cmake --preset clang >/dev/null
-start_test 0 clang-tidy scripts/tidy.sh
+start_test 15 clang-tidy scripts/tidy.sh
 build clang --target fuzz_targets
-start_test 0 fuzz ctest --preset clang --tests-regex fuzz
+start_test 10 fuzz ctest --preset clang --tests-regex fuzz
 # The thousands of processes of the longest tests say nothing new under every sanitizer.
 build asan
 start_suite asan '-StartStop.*:FaultLoop.misbehave*:FaultLoop.signal*'

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Runs tav_init as it is in virtual machines, where it talks through Linux' own IPMI driver and a KCS
 # interface to the simulated BMC. Needs the release build and the packages of the virtual machine.
+#   tests/vm/run.sh [ROUNDS of a hundred looks with tav_status at a busy daemon]
 set -Eeuo pipefail
 trap 'echo "FAILED: ${BASH_SOURCE[0]}, line $LINENO" >&2' ERR
 cd "$(dirname "$0")/../.."
@@ -98,7 +99,7 @@ vm_boot
 add_interface eth0 192.0.2.1
 start_daemon "status: a daemon to look at"
 await "status: all is well" ' OK ' guest 'tav_status --check'
-for hundred in {1..10}; do
+for hundred in $(seq "${1-1}"); do
     add_interface "more$hundred" "198.51.100.$hundred"
     # A warning is in order: the daemon needs two minutes to see that.
     guest_ends "status: a hundred looks, $hundred" 0 "$hundred_looks"
