@@ -64,7 +64,7 @@ TEST_F(Recording, ofTheLastingModesReplays) {
     for (const auto& [machine, agent, code] : modes) {
         SCOPED_TRACE(std::string(machine) + (agent.empty() ? "" : " -n"));
         ::unlink(record().c_str());
-        const pid_t started = startSim({"--machine", machine, "--watchdog", "240", "--speed", "300",
+        const pid_t started = startSim({"--machine", machine, "--watchdog", "240", "--speed", "60",
                                         "--record", record(), "--fault", "90:silent"},
                                        agent);
         EXPECT_TRUE(agent.empty() ? await(started).code() == 0 : true);
