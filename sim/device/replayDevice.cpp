@@ -61,7 +61,7 @@ int ReplayDevice::perform(Work work) noexcept {
     const std::lock_guard held(mutex);
     if (!begun) {
         begun = true;
-        step = next();
+        goOn();
     }
     const int result = work();
     if (result < 0) {
@@ -110,7 +110,7 @@ int ReplayDevice::openNode() {
         clock.advanceToRecorded(step->exchange->sentAt);
         const int error = step->exchange->error;
         ++played;
-        step = next();
+        goOn();
         return -error;
     }
     int fd = lowestDescriptor;
@@ -134,7 +134,7 @@ int ReplayDevice::sendRequest(Descriptor& sender, const ipmi_req& request) {
     ++played;
     const bool fails = failsAt(DeviceCall::send, sender.exchange);
     sender.finished = fails;
-    step = next();
+    goOn();
     return fails ? -sender.exchange.error : 0;
 }
 
@@ -200,8 +200,21 @@ void ReplayDevice::tellToEnd() {
     while (step && !step->exchange) {
         clock.advanceToRecorded(step->toldAt);
         clock.end();
-        step = next();
+        goOn();
     }
+}
+
+/// What a failed open was for is not recorded. A heartbeat begins with a look at the timer; a pass
+/// never does.
+void ReplayDevice::goOn() {
+    step = next();
+    std::optional<ReplayClock::Upcoming> upcoming;
+    if (step && step->exchange && !failsAt(DeviceCall::open, *step->exchange)) {
+        const Exchange& exchange = *step->exchange;
+        upcoming = {exchange.sentAt,
+                    exchange.netfn == netfn::app && exchange.cmd == command::getWatchdogTimer};
+    }
+    clock.expect(upcoming);
 }
 
 } // namespace sim

@@ -52,6 +52,7 @@ class ReplayDevice final : public IpmiDevice {
     int closeDescriptor(int fd, Descriptor& closing);
     void compare(const Exchange& asked) const;
     void tellToEnd();
+    void goOn();
 
     ReplayClock& clock;
     const NextStep next;

@@ -1,5 +1,6 @@
 // Records of conversations: what the recording device tells, the text, and the replay.
 
+#include "agentSignals.h"
 #include "outputFile.h"
 #include "recordFile.h"
 #include "recordMask.h"
@@ -8,6 +9,7 @@
 #include "rig.h"
 #include "tavServerInfo.h"
 
+#include <csignal>
 #include <sstream>
 
 using sim::Exchange;
@@ -91,6 +93,31 @@ TEST_F(Record, ofAPassIsWhatHappenedAndReplays) {
             });
         }
     }
+}
+
+unsigned heartbeats = 0;
+
+/// A busy machine wakes the agent late; alarm and wait may both be over by then.
+TEST(ReplayClock, wakesADaemonWhenTheRecordDoes) {
+    const struct {
+        unsigned wait, alarm, nextAt;
+        bool nextIsHeartbeat;
+        unsigned wakesAt, heartbeats;
+    } cases[] = {{20, 0, 20, false, 20, 0},  {20, 0, 23, false, 23, 0}, {20, 0, 40, false, 20, 0},
+                 {20, 0, 5, false, 20, 0},   {20, 15, 15, true, 15, 1}, {20, 21, 22, true, 22, 1},
+                 {20, 21, 22, false, 22, 0}, {20, 19, 18, true, 19, 1}};
+    inOwnProcess([&] {
+        agentSignals::install([](int) { ++heartbeats; }, {SIGALRM});
+        for (const auto& one : cases) {
+            heartbeats = 0;
+            sim::ReplayClock clock(std::chrono::seconds(0));
+            clock.alarm(one.alarm);
+            clock.expect({{std::chrono::seconds(one.nextAt), one.nextIsHeartbeat}});
+            EXPECT_EQ(clock.waitForSignal(one.wait, agentSignals::maskLettingIn({SIGALRM})), 0);
+            EXPECT_EQ(clock.monotonic(), std::chrono::seconds(one.wakesAt));
+            EXPECT_EQ(heartbeats, one.heartbeats) << one.nextAt;
+        }
+    });
 }
 
 const sim::RecordHeader header{
