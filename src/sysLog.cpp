@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <mutex>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -13,9 +14,17 @@
 
 namespace {
 
+/// What openlog(3) is given; before the log is opened, what it stands for without that.
+struct Identity {
+    const char* ident;
+    int options, facility;
+};
+constinit Identity identity{nullptr, 0, LOG_USER};
+constinit std::mutex lineLock; // holds `identity` and libc's connection together
+
 std::atomic<unsigned> dropped{0}; ///< lines since the last one that got through
 
-/// Whether syslog(3) would not wait: it does when the log's reader is stuck and the queue is full.
+/// Whether the log's queue has room: syslog(3) waits for that while the log's reader is stuck.
 /// Anything else that is wrong with the log does not hold it up.
 bool logTakesLine() noexcept {
     constexpr sockaddr_un log{AF_UNIX, _PATH_LOG};
@@ -28,6 +37,23 @@ bool logTakesLine() noexcept {
     return ::poll(&writable, 1, 0) != 0;
 }
 
+/// Over a connection of its own: a socket's buffer is charged with all that was sent through it and
+/// nobody has read, and a full one makes syslog(3) wait as well, however much room the queue has.
+void writeLine(int priority, const char* format, va_list arguments) noexcept {
+    const std::lock_guard held(lineLock);
+    ::closelog();
+    ::openlog(identity.ident, identity.options, identity.facility);
+    ::vsyslog(priority, format, arguments);
+}
+
+__attribute__((format(printf, 2, 3))) void writeLine(int priority, const char* format,
+                                                     ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    writeLine(priority, format, arguments);
+    va_end(arguments);
+}
+
 /// Says how many lines were dropped, if any, and whether another one may follow.
 bool makeUpForDropped() noexcept {
     if (!logTakesLine()) {
@@ -37,14 +63,15 @@ bool makeUpForDropped() noexcept {
     if (count == 0) {
         return true;
     }
-    ::syslog(LOG_ERR, "lines dropped because the system log did not take them: %u", count);
+    writeLine(LOG_ERR, "lines dropped because the system log did not take them: %u", count);
     return logTakesLine();
 }
 
 } // namespace
 
 void openSysLog(const char* ident, int options, int facility) noexcept {
-    ::openlog(ident, options, facility);
+    const std::lock_guard held(lineLock);
+    identity = {ident, options, facility};
 }
 
 void sysLog(int priority, const char* format, ...) noexcept {
@@ -54,7 +81,7 @@ void sysLog(int priority, const char* format, ...) noexcept {
     }
     va_list arguments;
     va_start(arguments, format);
-    ::vsyslog(priority, format, arguments);
+    writeLine(priority, format, arguments);
     va_end(arguments);
 }
 

@@ -69,7 +69,7 @@ void redirect(const std::string& path, int target) {
 constexpr const char* makeWorld = R"(set -e
 mount --make-rprivate /
 mount -t proc proc /proc
-echo 100 > /proc/sys/net/unix/max_dgram_qlen
+echo 512 > /proc/sys/net/unix/max_dgram_qlen # as systemd sets it
 mount -t tmpfs tmpfs /run
 mkdir /run/dev
 mount -t tmpfs tmpfs /run/dev
@@ -188,11 +188,14 @@ std::vector<LogLine> Programs::log() {
 }
 
 void Programs::fillLog() {
-    const int writer = socketOn(::connect);
     const std::string_view line = "<14>Nov 22 10:00:00 test: filler";
-    while (::write(writer, line.data(), line.size()) >= 0) {
+    for (bool room = true; room;) { // a socket's own buffer may be full before the queue is
+        const int writer = socketOn(::connect);
+        room = ::write(writer, line.data(), line.size()) >= 0;
+        while (::write(writer, line.data(), line.size()) >= 0) {
+        }
+        ::close(writer);
     }
-    ::close(writer);
 }
 
 std::vector<std::string> Programs::logTexts() {

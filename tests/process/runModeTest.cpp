@@ -186,15 +186,22 @@ TEST_F(RunMode, daemonLivesAndDiesAsDescribed) {
 
 TEST_F(RunMode, aStuckLogHoldsNobodyUp) {
     const pid_t daemon = startDaemon({"--watchdog", "300"});
-    awaitTrace("Reset Watchdog Timer", 1);
+    int resets = 1;
+    awaitTrace("Reset Watchdog Timer", resets);
+    const auto alarm = [&] {
+        ::kill(daemon, SIGALRM);
+        awaitTrace("Reset Watchdog Timer", ++resets);
+    };
     fillLog();
-    ::kill(daemon, SIGALRM);
-    awaitTrace("Reset Watchdog Timer", 2);
+    alarm();
     EXPECT_FALSE(log().empty()) << "all that waited is taken now";
-    ::kill(daemon, SIGALRM);
-    awaitTrace("Reset Watchdog Timer", 3);
+    alarm();
     EXPECT_THAT(logTexts(),
                 Contains("3: lines dropped because the system log did not take them: 1"));
+    while (resets < 420 &&
+           !HasFailure()) { // what the daemon itself has sent is more than a socket's buffer takes
+        alarm();
+    }
     fillLog();
     EXPECT_EQ(stop(daemon).code(), 0);
 }
