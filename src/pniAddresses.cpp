@@ -170,7 +170,9 @@ std::optional<bool> PniAccess::updateRecord(Operation operation) noexcept {
     }
     return connected(std::optional<bool>(), [&](const TavIpmi& ipmi) -> std::optional<bool> {
         if (!lockPniRecord(ipmi)) {
-            noteBusy();
+            if (!agentSignals::endRequested()) {
+                noteBusy();
+            }
             return false;
         }
         return operation(ipmi);

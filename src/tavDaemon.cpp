@@ -85,12 +85,16 @@ bool writePidFile(const char* path) {
         return false;
     }
     const std::string text = std::to_string(::getpid()) + "\n";
+    errno = ENOSPC; // when less than all is taken, without an error
     const bool written =
         ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    if (file.close() && written) {
+    int code = written ? 0 : errno;
+    if (!file.close() && written) {
+        code = errno;
+    }
+    if (code == 0) {
         return true;
     }
-    const int code = errno;
     ::unlink(path);
     errno = code;
     return false;

@@ -196,6 +196,7 @@ void TavServerInfo::setInfo() {
     // Another program has been at the NIC ports' record: what was pushed may not be there.
     if (pPniAccess && pPniAccess->renew()) {
         pTavIpData.reset();
+        giveHeartbeatItsTurn();
     }
     std::unique_ptr<tavIp::TavIp> fresh(new (std::nothrow) tavIp::TavIp);
     if (!fresh) {
@@ -242,7 +243,8 @@ void TavServerInfo::reportToMMB(std::uint32_t index) const {
     const MacAddress mac = pTavIpData->getMacAddress(index);
     pTavBladeInfo->sendIpAddressInfo(pTavIpData->getIpv4Address(index), mac);
     const std::size_t count = pTavIpData->getNumberOfIpv6Addresses(index);
-    for (unsigned n = 0; n < count; ++n) {
+    for (unsigned n = 0; n < count && !agentSignals::endRequested(); ++n) {
+        giveHeartbeatItsTurn();
         pTavBladeInfo->sendIpAddressInfo(pTavIpData->getIpv6AddressInfo(index, n).address, mac);
     }
 }
@@ -252,6 +254,7 @@ void TavServerInfo::reportToMMB(std::uint32_t index) const {
 void TavServerInfo::writePortInformation(std::uint32_t index) {
     const MacAddress mac = pTavIpData->getMacAddress(index);
     pPniAccess->clearIpAddressData([this] { giveHeartbeatItsTurn(); });
+    giveHeartbeatItsTurn();
     pPniAccess->setIpv4Address(mac, pTavIpData->getIpv4Address(index));
     std::list<IPv6Address> addresses;
     const std::size_t count = pTavIpData->getNumberOfIpv6Addresses(index);
@@ -259,6 +262,7 @@ void TavServerInfo::writePortInformation(std::uint32_t index) {
         addresses.push_back(pTavIpData->getIpv6AddressInfo(index, n).address);
     }
     if (!addresses.empty()) {
+        giveHeartbeatItsTurn();
         pPniAccess->setIpv6Address(mac, addresses);
     }
 }

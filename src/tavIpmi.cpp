@@ -106,6 +106,17 @@ milliseconds toMilliseconds(const timeval& span) noexcept {
     return std::chrono::seconds(span.tv_sec) + milliseconds(span.tv_usec / 1000);
 }
 
+/// An exchange's wait: it counts however it ends.
+struct Waiting {
+    Waiting() noexcept = default;
+    ~Waiting() { patience.waited(granted - toMilliseconds(budget)); }
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+
+    const milliseconds granted = patience.budget();
+    timeval budget = toTimeval(granted); ///< what is left of it
+};
+
 [[noreturn]] void throwSystemError(const char* what, unsigned line) {
     throw TavIpmiError(errnoText(what), __FILE__, line);
 }
@@ -238,13 +249,11 @@ bool TavIpmi::awaitResponse(TavIpmi_request_msg& msg, int id) const {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(fd, &readable);
-    const milliseconds granted = patience.budget();
-    timeval budget = toTimeval(granted);
+    Waiting waiting;
     bool answered = false;
     for (int poll = 0; poll < maxPolls && !answered; ++poll) {
-        answered = waitReadable(readable, budget) && receiveRecord(msg, id);
+        answered = waitReadable(readable, waiting.budget) && receiveRecord(msg, id);
     }
-    patience.waited(granted - toMilliseconds(budget));
     return answered;
 }
 
