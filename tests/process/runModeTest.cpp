@@ -220,6 +220,18 @@ TEST_F(RunMode, aForegroundWithoutItsThreadSaysSo) {
     EXPECT_EQ(await(agent).code(), 1);
 }
 
+/// Nobody would learn that there is one.
+TEST_F(RunMode, aStarterThatCannotWaitTakesTheDaemonAlong) {
+    const std::string calls = root() + "/calls";
+    EXPECT_EQ(run({"strace", "-o", calls, "-e", "trace=alarm,rt_sigsuspend", "-e",
+                   "inject=rt_sigsuspend:error=EIO", TAV_SIM, "--root", root(), "--"})
+                  .code(),
+              1);
+    EXPECT_THAT(endOfChildren(), ElementsAre(0));
+    EXPECT_THAT(contentOf(calls), HasSubstr("alarm(3) ")) << "for the daemon's answer";
+    EXPECT_THAT(logTexts(), Contains(HasSubstr("unable to wait for the daemon")));
+}
+
 TEST_F(RunMode, aLongPassOfTheDaemonLetsItsHeartbeatIn) {
     shell("for i in $(seq 20); do ip tuntap add tav2$i mode tap;"
           "ip addr add 10.2.$i.1/24 dev tav2$i; done");
@@ -290,6 +302,9 @@ TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
     const pid_t pid = daemon();
     EXPECT_EQ(contentOf(pidFile()), std::to_string(pid) + "\n");
     EXPECT_EQ(stop(pid).code(), 0);
+    const std::string calls = root() + "/calls";
+    run({"strace", "-o", calls, "-e", "write", "sh", "-c", "exec " TAV_INIT " -x <&- >&- 2>&-"});
+    EXPECT_THAT(contentOf(calls), AllOf(HasSubstr("write(2, \"Usage"), Not(HasSubstr("EBADF"))));
 }
 
 /// Ten seconds at the most, twice as fast. The exchanges of the end alone would take four times

@@ -179,6 +179,12 @@ TEST_F(Cycle, theWatchdogSetsThePace) {
     EXPECT_FALSE(bmc.watchdog.state().running) << "stopped on the way out";
     EXPECT_FALSE(bmc.watchdog.state().expirationFlags) << "never ran out";
     EXPECT_FALSE(bmc.agentConnection.connected);
+    // One whose outcome is not known is made again in the next pass.
+    const auto all = requests();
+    const auto look = std::ranges::find(all, resetTimer) - all.begin(); // the one before, from 1
+    goWrong(std::to_string(look) + ":silent");
+    runThread(2);
+    EXPECT_EQ(count(resetTimer), 2U);
 }
 
 /// With a second for each answer a pass takes longer than the period, over many interfaces, over

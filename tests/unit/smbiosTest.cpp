@@ -201,7 +201,8 @@ TEST_F(Smbios, entryPointsMayLie) {
         {mebibyte, 0xF0000, {.address = 0xF0040, .length = length, .structures = 0}, 0},
         {mebibyte, 0xF0000, truth(0xFFFF0), -1},
         {mebibyte, 0xF0000, truth(0x7FFFFFF0), -1},
-        {mebibyte, 0xF0000, truth(0xFFFFFFF0), -1}};
+        {mebibyte, 0xF0000, truth(0xFFFFFFF0), -1},
+        {mebibyte, 0xF0000, {.address = 0xFFFFFFF0, .length = 0, .structures = 5}, -1}};
     for (const auto& one : cases) {
         SCOPED_TRACE(one.says.address);
         const std::size_t tablePlace = std::min<std::size_t>(one.says.address, one.size - 1);
