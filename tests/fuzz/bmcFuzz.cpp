@@ -88,7 +88,7 @@ sim::Misbehaviour misbehaviour(unsigned next, FuzzedDataProvider& input) {
         fault.first = next += input.ConsumeIntegralInRange(0U, 63U);
         fault.last = input.PickValueInArray({next, next, next + 1, next + 3, sim::Fault::always});
         fault.value = input.ConsumeIntegralInRange(0, 300);
-        fault.call = static_cast<sim::DeviceCall>(fault.value % std::size(sim::deviceCallNames));
+        fault.call = static_cast<sim::DeviceCall>(fault.value % std::ssize(sim::deviceCallNames));
         if (fault.kind == sim::FaultKind::bytes) {
             fault.bytes =
                 input.ConsumeBytes<unsigned char>(input.ConsumeIntegralInRange<std::size_t>(0, 64));
