@@ -28,6 +28,20 @@ class Recording : public Programs {
 
     End replay(const Words& agent) { return runSim({"--replay", record()}, agent); }
 
+    /// Waits until the record has this.
+    void awaitInRecord(const std::string& text) const {
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (contentOf(record()).find(text) == std::string::npos) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end) << trace();
+            ::usleep(1000);
+        }
+    }
+
+    int exchangesInRecord() const {
+        const std::string content = contentOf(record());
+        return std::stoi(content.substr(content.find("\nend ") + 5));
+    }
+
     /// Replaces the first match in the record.
     void change(const std::string& pattern, const std::string& by) const {
         const std::string changed = std::regex_replace(contentOf(record()), std::regex(pattern), by,
@@ -68,14 +82,13 @@ TEST_F(Recording, ofTheLastingModesReplays) {
                                         "--record", record(), "--fault", "90:silent"},
                                        agent);
         EXPECT_TRUE(agent.empty() ? await(started).code() == 0 : true);
-        const auto end = std::chrono::steady_clock::now() + patience;
-        while (contentOf(record()).find("\nE 140 ") == std::string::npos) {
-            ASSERT_LT(std::chrono::steady_clock::now(), end) << trace();
-            ::usleep(1000);
-        }
+        awaitInRecord("\nE 140 ");
         EXPECT_EQ(stop(agent.empty() ? daemon() : started).code(), code);
         const std::string said = conversation();
         EXPECT_THAT(contentOf(record()), HasSubstr("\nS "));
+        constexpr std::size_t mostBytes = 25000000 / 130000; // a busy server's day
+        EXPECT_LT(contentOf(record()).size() / static_cast<std::size_t>(exchangesInRecord()),
+                  mostBytes);
         EXPECT_EQ(replay(agent).code(), code);
         EXPECT_THAT(endOfChildren(), testing::Each(code));
         EXPECT_EQ(conversation(), said);
@@ -205,8 +218,7 @@ TEST_F(Recording, isUnderstoodByWireshark) {
         }
         return found;
     };
-    const std::string said = contentOf(record());
-    const auto exchanges = std::stoi(said.substr(said.find("\nend ") + 5));
+    const int exchanges = exchangesInRecord();
     EXPECT_EQ(count("Version: 0x06"), 2 * exchanges - 1) << "one was not answered";
     EXPECT_EQ(count("[Response to: "), exchanges - 1);
     EXPECT_EQ(count("Command: Get Watchdog Timer"), 2);

@@ -1,16 +1,26 @@
 // Records of conversations: what the recording device tells, the text, and the replay.
 
 #include "agentSignals.h"
+#include "instantDevice.h"
 #include "outputFile.h"
 #include "recordFile.h"
 #include "recordMask.h"
+#include "recorder.h"
 #include "recordingDevice.h"
 #include "replayDevice.h"
 #include "rig.h"
+#include "tavIpmi.h"
 #include "tavServerInfo.h"
+#include "trace.h"
 
+#include <array>
 #include <csignal>
+#include <fstream>
+#include <numeric>
 #include <sstream>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 using sim::Exchange;
 using testing::HasSubstr;
@@ -222,6 +232,58 @@ TEST_F(Record, thatIsMaskedTellsNoAddressesNorNames) {
             EXPECT_THAT(plain, HasSubstr("C0000207"));
         });
     }
+}
+
+/// How many calls to write(2) and the like this thread has made.
+unsigned long writeCalls() {
+    std::ifstream counts("/proc/thread-self/io");
+    std::string name;
+    unsigned long count = 0;
+    while (name != "syscw:" && counts >> name >> count) {
+    }
+    return count;
+}
+
+std::chrono::nanoseconds processorTime() {
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// A write for each, no further call at the device, and, at least once, next to no time.
+TEST_F(Record, ofAnExchangeCostsLittle) {
+    constexpr unsigned count = 200;
+    const auto ask = [] {
+        for (unsigned i = 0; i < count; ++i) {
+            const tavIpmi::TavIpmi ipmi(0, 0, tavIpmi::TavIpmi::ipmiSystemInterface);
+            tavIpmi::TavIpmi_request_msg msg(tavIpmi::ipmi_netfn_req_app,
+                                             tavIpmi::ipmi_cmd_get_device_id);
+            EXPECT_TRUE(tavIpmi::exchange(ipmi, msg));
+        }
+    };
+    sim::InstantDevice instant;
+    agentsDevice = &instant;
+    ask();
+    const unsigned long calls = instant.calls;
+    const auto now = [this] { return clock.monotonic(); };
+    sim::Recorder recorder({paths.pidFile, "", false}, {}, now, [](const Exchange&) {});
+    sim::RecordingDevice recording(
+        instant, now, [&] { recorder.noteEndRequest(); },
+        [&](const Exchange& exchange) { recorder.take(exchange); });
+    agentsDevice = &recording;
+    auto least = std::chrono::nanoseconds::max();
+    for (unsigned batch = 2; batch <= 20; ++batch) {
+        const unsigned long writes = writeCalls();
+        const auto start = processorTime();
+        ask();
+        least = std::min(least, processorTime() - start);
+        EXPECT_EQ(writeCalls() - writes, count);
+        EXPECT_EQ(instant.calls, batch * calls);
+    }
+    agentsDevice = &device;
+#ifdef NDEBUG // what is measured under a sanitizer says nothing
+    EXPECT_LT(least / count, std::chrono::microseconds(20));
+#endif
 }
 
 } // namespace
