@@ -189,6 +189,7 @@ TEST_F(Recording, ofTheRealDeviceWorksAlike) {
     EXPECT_THAT(contentOf(record()), AllOf(HasSubstr("program \"tav_trace "),
                                            HasSubstr("fail open ENOENT ; "), HasSubstr("\nend ")));
     clearTrace();
+    EXPECT_THAT(runSim({"--replay", root()}, {"-s"}).error, HasSubstr(": Is a directory"));
     EXPECT_EQ(replay({"-s"}).code(), 1);
     EXPECT_THAT(trace(), HasSubstr("Replayed as recorded"));
     clearTrace();

@@ -153,6 +153,32 @@ const std::string lines = "E 1 0.000 0.005 bmc 06 0 01 - > 0001 ; text\n"
                           "E 3 5.006 0.000 none 00 0 00 - > fail open ENOENT ; text\n"
                           "E 4 70000.000 0.000 bmc 2E 0 E0 57 > others 2,-3 foreign - ; text\n";
 
+/// Whatever a host is called and has, its header can be read again; what is too long is cut.
+TEST(RecordFile, ofAnyHostCanBeRead) {
+    const std::string longText(9000, '\n');
+    sim::RecordHeader host{
+        .program = longText,
+        .started = "now",
+        .kernel = longText,
+        .options = std::vector<std::string>(5000, longText),
+        .system = sim::RecordHeader::System{longText, longText, longText, "x"},
+        .enclosureSerials = {longText},
+        .interfaces = {{.index = 1, .name = "e\xC3\xBC\x01\"\\-"}, {.index = 2, .name = "many"}}};
+    sim::RecordedInterface& many = host.interfaces.back();
+    for (unsigned char i = 0; i < 240; ++i) {
+        many.ipv4.push_back({{192, 100, 200, i}, 32, {192, 100, 200, 255}});
+        many.ipv6.push_back({{0xFE, 0xDC, 0xBA, 0x98, 0x76, 0x54, 0x32, 0x10, 0xFE, 0xDC, 0xBA,
+                              0x98, 0x76, 0x54, 0x32, i},
+                             128});
+    }
+    std::istringstream text(sim::recordHeaderText(host) + "end 0\n");
+    sim::RecordReader reader(text);
+    EXPECT_EQ(reader.header().interfaces, host.interfaces);
+    EXPECT_TRUE(longText.starts_with(reader.header().system->serialNumber));
+    EXPECT_FALSE(reader.next());
+    EXPECT_TRUE(reader.whole());
+}
+
 /// A record that is cut anywhere is read up to there.
 TEST(RecordFile, isReadAsFarAsItGoes) {
     const std::string head = sim::recordHeaderText(header);
@@ -180,21 +206,21 @@ TEST(RecordFile, thatIsDamagedSaysWhere) {
         {"#tav-record 1", "#tav-record 2", "is a record of version '2'; only version 1"},
         {"#tav-record 1", "program", "is not a record"},
         {"program \"", "program ", "line 2: lacks a text in quotes"},
-        {"mac 0200", "mac 02", "line 11: has a MAC address that is none"},
-        {"192.0.2.1/24", "192.0.2.1/33", "line 11: '33' is not a number from 0 to 32"},
-        {"eth\\x220", "eth/0", "line 11: has a name that no interface can have"},
-        {"E 2 ", "E 3 ", "line 13: is not exchange 2"},
-        {"E 2 ", "X 2 ", "line 13: lacks 'S'"},
-        {"5.000 ipmb", "5. ipmb", "line 13: has '5.' in the place of a time"},
+        {"mac 0200", "mac 02", "line 13: has a MAC address that is none"},
+        {"192.0.2.1/24", "192.0.2.1/33", "line 13: '33' is not a number from 0 to 32"},
+        {"eth\\x220", "eth/0", "line 13: has a name that no interface can have"},
+        {"E 2 ", "E 3 ", "line 15: is not exchange 2"},
+        {"E 2 ", "X 2 ", "line 15: lacks 'S'"},
+        {"5.000 ipmb", "5. ipmb", "line 15: has '5.' in the place of a time"},
         {"ipmb:24", "ipmb:2", "in the place of two hexadecimal digits"},
         {"04C0 >", "04CG >", "has 'G' in the place of a hexadecimal digit"},
-        {"04C0 >", "04C0", "line 13: lacks '>'"},
-        {" bmc 2E 0", " bmc 2E 4", "line 16: '4' is not a number from 0 to 3"},
+        {"04C0 >", "04C0", "line 15: lacks '>'"},
+        {" bmc 2E 0", " bmc 2E 4", "line 18: '4' is not a number from 0 to 3"},
         {"fail open", "fail opening", "has the unknown device call 'opening'"},
         {"ENOENT", "ENONE", "'ENONE' is not the name of an errno value"},
         {"2,-3", "2,", "is not a number"},
-        {"57 >", std::string(9000, '5') + " >", "line 16: longer than any of a record"},
-        {"end 4", "end 5", "line 17: ends a record with another number of exchanges"},
+        {"57 >", std::string(9000, '5') + " >", "line 18: longer than any of a record"},
+        {"end 4", "end 5", "line 19: ends a record with another number of exchanges"},
     };
     for (const auto& [from, to, error] : cases) {
         std::string all = sim::recordHeaderText(header) + lines + "end 4\n";
