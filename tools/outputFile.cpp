@@ -1,6 +1,7 @@
 #include "outputFile.h"
 
 #include "bmcOptions.h"
+#include "trace.h"
 
 #include <cerrno>
 #include <cstring>
@@ -92,7 +93,7 @@ void OutputFile::stop() noexcept {
     try {
         const std::string line =
             std::string(what) + " stopped: " + path + ": " + std::strerror(error) + "\n";
-        if (::write(complaints, line.data(), line.size()) == -1) {
+        if (takesLine(complaints) && ::write(complaints, line.data(), line.size()) == -1) {
             // nobody listens
         }
     } catch (const std::exception&) {

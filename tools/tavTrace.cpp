@@ -107,7 +107,7 @@ struct Tracer {
 };
 
 Tracer::Tracer(Options options_) :
-    options(std::move(options_)), trace("", now()),
+    options(std::move(options_)), trace(now()),
     recorder(options.recording,
              sim::describeHost("tav_trace", std::span(options.agentArguments).subspan(1)), now,
              [this](const sim::Exchange& exchange) { trace.line(exchange); }),

@@ -312,4 +312,47 @@ TEST_F(Record, ofAnExchangeCostsLittle) {
 #endif
 }
 
+/// Gives both ends: what is written to the second can be read from the first.
+std::pair<int, int> openPipe(bool terminal) {
+    int ends[2];
+    if (!terminal) {
+        EXPECT_EQ(::pipe(ends), 0);
+        return {ends[0], ends[1]};
+    }
+    const int screen = ::posix_openpt(O_RDWR | O_NOCTTY);
+    EXPECT_EQ(::grantpt(screen) | ::unlockpt(screen), 0);
+    return {screen, ::open(::ptsname(screen), O_RDWR | O_NOCTTY)};
+}
+
+/// Whoever looks at an agent and stops reading does not hold it up, but is told what was missed.
+TEST(Trace, dropsWhatNobodyReads) {
+    for (const bool terminal : {false, true}) {
+        inOwnProcess([terminal] {
+            const sigset_t mask = agentSignals::maskLettingIn({SIGALRM});
+            ::pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+            ::alarm(60); // ends a writer that waits
+            const auto [reader, writer] = openPipe(terminal);
+            const int before = ::dup(STDOUT_FILENO);
+            ::dup2(writer, STDOUT_FILENO);
+            sim::Trace trace(std::chrono::milliseconds(0));
+            ::dup2(before, STDOUT_FILENO);
+            for (int i = 0; i < 2000; ++i) {
+                trace.line({});
+            }
+            ::dup2(writer, STDERR_FILENO); // where it says that it cannot be opened
+            EXPECT_FALSE(sim::OutputFile("/nowhere/at/all", "recording"));
+            ::dup2(before, STDERR_FILENO);
+            ::fcntl(reader, F_SETFL, O_NONBLOCK);
+            std::array<char, 4096> some;
+            std::string seen;
+            while (seen.find("lines dropped because nobody took them: 1") == std::string::npos) {
+                for (ssize_t size = 0; (size = ::read(reader, some.data(), some.size())) > 0;) {
+                    seen.append(some.data(), static_cast<std::size_t>(size));
+                }
+                trace.line({});
+            }
+        });
+    }
+}
+
 } // namespace
