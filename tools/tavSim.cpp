@@ -193,6 +193,10 @@ std::optional<int> prepare(int argc, char** argv) {
         arrangeReplay();
     }
     if (world->replay || world->options.recording.any() || world->options.recording.mask) {
+    if (options.version) {
+        (void)std::puts("tav_sim " TAV_VERSION);
+        return EXIT_SUCCESS;
+    }
         arrangeRecording();
     }
     sim::watchWorkingProcess(showEnd);

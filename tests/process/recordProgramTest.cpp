@@ -195,7 +195,32 @@ TEST_F(Recording, ofTheRealDeviceWorksAlike) {
     clearTrace();
     run({"sh", "-c", "(ulimit -f 1; exec " TAV_TRACE " -o " + record() + " -- -t) 2>&1 | cat"});
     EXPECT_THAT(trace(), AllOf(HasSubstr("recording stopped: "), HasSubstr("Open of")));
-    EXPECT_EQ(run({TAV_TRACE, "-o"}).code(), 2);
+}
+
+/// The entry would take the watchdog timer over before it finds that it does not know an option.
+TEST_F(Recording, doesNotBeginWithAWrongOption) {
+    const struct {
+        Words options;
+        int code;
+        const char* error;
+    } cases[] = {
+        {{"-o"}, 2, "-o needs a value"},
+        {{"--recrod", "file"}, 2, "unknown option '--recrod'"},
+        {{"-s", "--msak"}, 2, "unknown option '--msak'"},
+        {{"-s", "-o", "file"}, 2, "'-o' has to stand before the agent's options"},
+        {{"--mask", "--", "--version"}, 2, "'--version' has to stand"},
+        {{"--version"}, 0, ""},
+    };
+    for (const auto& [options, code, error] : cases) {
+        Words command = {TAV_TRACE};
+        command.insert(command.end(), options.begin(), options.end());
+        const End end = run(command);
+        EXPECT_EQ(end.code(), code) << error;
+        EXPECT_THAT(end.error, HasSubstr(error));
+        EXPECT_THAT(trace(), Not(HasSubstr("Open of")));
+    }
+    EXPECT_EQ(run({TAV_SIM, "--version"}).code(), 0);
+    EXPECT_THAT(trace(), testing::MatchesRegex("tav_trace [0-9.]+\ntav_sim [0-9.]+\n"));
 }
 
 /// Every standard command has its name there, every answer its request, and all checksums are
