@@ -229,6 +229,10 @@ TEST_F(Recording, isUnderstoodByWireshark) {
     EXPECT_EQ(runSim({"--machine", "kestrelbox", "--speed", "100", "--pcap", file("pcap"),
                       "--record", record(), "--fault", "9:silent"},
                      {"-s"})
+    for (const char* const written : {"record", "pcap"}) {
+        EXPECT_EQ(std::filesystem::status(file(written)).permissions(),
+                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    }
                   .code(),
               0);
     clearTrace();

@@ -237,6 +237,24 @@ TEST(RecordFile, thatIsDamagedSaysWhere) {
     EXPECT_EQ(errorOf([&nothing] { sim::RecordReader{nothing}; }), "is empty");
 }
 
+TEST_F(Record, hasNoGapWhereMemoryRanOut) {
+    std::vector<unsigned> numbers;
+    sim::RecordingDevice recording(
+        device, [] { return std::chrono::milliseconds(0); }, [] {},
+        [&numbers, told = 0](const Exchange& exchange) mutable {
+            if (++told == 3) {
+                throw std::bad_alloc();
+            }
+            numbers.push_back(exchange.number);
+        });
+    agentsDevice = &recording;
+    const TavServerInfo once(TavServerInfo::run_mode_once);
+    agentsDevice = &device;
+    std::vector<unsigned> expected(exchanges.size() - 1);
+    std::iota(expected.begin(), expected.end(), 1U);
+    EXPECT_EQ(numbers, expected);
+}
+
 /// What a masked record must not show any more: process tests see that it replays.
 TEST_F(Record, thatIsMaskedTellsNoAddressesNorNames) {
     shell("ip address add 2001:db8::7/64 dev tav0 nodad");
@@ -258,6 +276,12 @@ TEST_F(Record, thatIsMaskedTellsNoAddressesNorNames) {
             EXPECT_THAT(plain, HasSubstr("C0000207"));
         });
     }
+    // Of whatever request, and not what this one is about.
+    Exchange misled;
+    misled.foreignId = true;
+    misled.response = {0, 4, 'S', 'N', '0', '1'};
+    sim::RecordMask().apply(misled);
+    EXPECT_EQ(misled.response, sim::Bytes(6));
 }
 
 /// How many calls to write(2) and the like this thread has made.
