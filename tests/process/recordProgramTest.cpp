@@ -95,6 +95,46 @@ TEST_F(Recording, ofTheLastingModesReplays) {
     }
 }
 
+/// A second address on an interface ends the work, and with it all that the record has to tell: the
+/// foreground's entry waits for a signal.
+TEST_F(Recording, thatHasNothingMoreToTellHoldsNoReplayUp) {
+    const struct {
+        Words options, agent;
+        int signal, code;
+        const char *last, *error;
+    } cases[] = {
+        {{"--machine", "plain"}, {"-n"}, SIGKILL, 4, "disconnect -> ok", "was cut off behind line"},
+        {{"--machine", "kestrelbox", "--no-device"}, {"-n"}, SIGTERM, 1, "\nE 19 ", ""},
+    };
+    shell("ip address add 10.0.0.2/24 dev tav0");
+    for (auto [options, agent, signal, code, last, error] : cases) {
+        ::unlink(record().c_str());
+        options.insert(options.end(), {"--record", record()});
+        const pid_t started = startSim(options, agent);
+        awaitInRecord(last);
+        stop(started, signal);
+        const std::string said = conversation();
+        const End end = replay(agent);
+        EXPECT_EQ(end.code(), code);
+        EXPECT_THAT(end.error, HasSubstr(error));
+        EXPECT_EQ(conversation(), said);
+    }
+    shell("ip address delete 10.0.0.2/24 dev tav0");
+}
+
+/// Its replay has a pid file of its own, which goes with it.
+TEST_F(Recording, ofADaemonThatWasKilledLeavesNoPidFile) {
+    EXPECT_EQ(runSim({"--watchdog", "240", "--speed", "60", "--record", record()}, {}).code(), 0);
+    awaitInRecord("\nE 60 ");
+    stop(daemon(), SIGKILL);
+    EXPECT_EQ(run({"env", "TMPDIR=" + root(), TAV_SIM, "--replay", record()}).code(), 4);
+    EXPECT_THAT(endOfChildren(), testing::Each(4));
+    EXPECT_FALSE(std::filesystem::exists("/var/run/tavd.pid"));
+    for (const auto& entry : std::filesystem::directory_iterator(root())) {
+        EXPECT_NE(entry.path().extension(), ".pid");
+    }
+}
+
 /// Made on the demo's machines, and once in a virtual machine on the real driver.
 TEST_F(Recording, thatWasKeptReplays) {
     int records = 0;
@@ -133,6 +173,7 @@ TEST_F(Recording, thatDoesNotFitSaysWhere) {
         {"\nend 24\n", "\n", 4, "was cut off behind line 34; replayed up to there, exchanges: 24"},
         {"\nE 20 ", "\nE 21 ", 2, "line 30: is not exchange 20"},
         {"#tav-record 1", "#tav-record 7", 2, "version '7'; only version 1"},
+        {"maker 32473", "maker 12345", 0, "by an agent for the maker's number 12345; this one is"},
         {"[^]*", "", 2, "is empty"},
     };
     EXPECT_EQ(runSim({"--record", record()}, {"-s"}).code(), 0);
@@ -148,6 +189,7 @@ TEST_F(Recording, thatDoesNotFitSaysWhere) {
     const End end = replay({"-s"});
     EXPECT_EQ(end.code(), 2);
     EXPECT_THAT(end.error, HasSubstr("line 1: longer than any of a record"));
+    EXPECT_THAT(runSim({"--replay", root()}, {"-s"}).error, HasSubstr(": Is a directory"));
 }
 
 TEST_F(Recording, thatCannotBeWrittenHoldsNobodyUp) {
@@ -165,6 +207,7 @@ TEST_F(Recording, thatCannotBeWrittenHoldsNobodyUp) {
         {{"--record", "/nowhere/at/all"}, 0, "recording stopped: /nowhere/at/all: No such file"},
         {{"--record", file("one"), "--pcap", file("one")}, 2, "is being written already"},
         {{"--record", file("stdout")}, 2, "is where standard output"},
+        {{"--record", file("new"), "--trace", file("new")}, 2, "is where the trace goes"},
         {{"--record", file("one"), "--replay", file("one")}, 2, "is being replayed"},
     };
     shell("mkdir " + file("small") + "; mount -t tmpfs -o size=4k tmpfs " + file("small"));
@@ -186,10 +229,13 @@ TEST_F(Recording, thatCannotBeWrittenHoldsNobodyUp) {
 TEST_F(Recording, ofTheRealDeviceWorksAlike) {
     EXPECT_EQ(run({TAV_TRACE, "-o", record(), "--pcap", file("pcap"), "-s"}).code(), 1);
     EXPECT_THAT(trace(), HasSubstr("Open of the device node"));
+    for (const char* const written : {"record", "pcap"}) {
+        EXPECT_EQ(std::filesystem::status(file(written)).permissions(),
+                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    }
     EXPECT_THAT(contentOf(record()), AllOf(HasSubstr("program \"tav_trace "),
                                            HasSubstr("fail open ENOENT ; "), HasSubstr("\nend ")));
     clearTrace();
-    EXPECT_THAT(runSim({"--replay", root()}, {"-s"}).error, HasSubstr(": Is a directory"));
     EXPECT_EQ(replay({"-s"}).code(), 1);
     EXPECT_THAT(trace(), HasSubstr("Replayed as recorded"));
     clearTrace();
@@ -229,10 +275,6 @@ TEST_F(Recording, isUnderstoodByWireshark) {
     EXPECT_EQ(runSim({"--machine", "kestrelbox", "--speed", "100", "--pcap", file("pcap"),
                       "--record", record(), "--fault", "9:silent"},
                      {"-s"})
-    for (const char* const written : {"record", "pcap"}) {
-        EXPECT_EQ(std::filesystem::status(file(written)).permissions(),
-                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-    }
                   .code(),
               0);
     clearTrace();
