@@ -2,7 +2,7 @@
 
 #include "benchPaths.h"
 #include "hostPaths.h"
-#include "ipmiDevice.h"
+#include "instantDevice.h"
 #include "recorder.h"
 #include "recordingDevice.h"
 #include "stillClock.h"
@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 
 #include <benchmark/benchmark.h>
 
@@ -21,38 +20,7 @@ namespace {
 
 std::atomic<unsigned long> heapBlocks{0};
 
-/// Answers every request at once with 16 bytes, and counts what it is asked.
-class InstantDevice final : public IpmiDevice {
-  public:
-    int open(const char* /*path*/) noexcept override { return count(3); }
-    int send(int /*fd*/, ipmi_req& request) noexcept override {
-        msgid = request.msgid;
-        return count(0);
-    }
-    int wait(int /*fd*/, fd_set& /*readable*/, timeval& /*budget*/) noexcept override {
-        return count(1);
-    }
-    int receive(int /*fd*/, ipmi_recv& record) noexcept override {
-        record.recv_type = IPMI_RESPONSE_RECV_TYPE;
-        record.msgid = msgid;
-        record.msg.data_len = 16;
-        std::memset(record.msg.data, 0, 16);
-        return count(0);
-    }
-    int lock(int /*fd*/) noexcept override { return count(0); }
-    int close(int /*fd*/) noexcept override { return count(0); }
-
-    unsigned long calls{0};
-
-  private:
-    int count(int result) noexcept {
-        ++calls;
-        return result;
-    }
-    long msgid{0};
-};
-
-InstantDevice device;
+sim::InstantDevice device;
 IpmiDevice* agentsDevice = &device;
 
 void exchange(benchmark::State& state) {

@@ -2,7 +2,9 @@
 #include "text.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <limits>
 #include <string_view>
 
@@ -237,14 +239,25 @@ Exchange readExchange(Words& words) {
 }
 
 std::string interfaceName(Words& words) {
+    constexpr std::string_view forbidden("/: \t\n\v\f\r\xA0\0", 10); // as the kernel has it
     std::string name = words.quotedWord();
-    const bool usable =
-        !name.empty() && name.size() < IFNAMSIZ && name != "." && name != ".." &&
-        std::ranges::all_of(name, [](char c) { return c > ' ' && c < '\x7F' && c != '/'; });
+    const bool usable = !name.empty() && name.size() < IFNAMSIZ && name != "." && name != ".." &&
+                        name.find_first_of(forbidden) == std::string::npos;
     if (!usable) {
         refuse("has a name that no interface can have");
     }
     return name;
+}
+
+/// One with too many addresses for a line has several.
+void takeInterface(const RecordedInterface& interface, std::vector<RecordedInterface>& known) {
+    if (known.empty() || known.back().index != interface.index) {
+        known.push_back(interface);
+        return;
+    }
+    RecordedInterface& last = known.back();
+    last.ipv4.insert(last.ipv4.end(), interface.ipv4.begin(), interface.ipv4.end());
+    last.ipv6.insert(last.ipv6.end(), interface.ipv6.begin(), interface.ipv6.end());
 }
 
 RecordedInterface readInterface(Words& words) {
@@ -303,7 +316,7 @@ bool readHeaderLine(Words& words, RecordHeader& header) {
     } else if (words.take("enclosure")) {
         header.enclosureSerials.push_back(words.quotedWord());
     } else if (words.take("interface")) {
-        header.interfaces.push_back(readInterface(words));
+        takeInterface(readInterface(words), header.interfaces);
     } else {
         return false;
     }
@@ -315,7 +328,8 @@ bool readHeaderLine(Words& words, RecordHeader& header) {
 
 RecordReader::RecordReader(std::istream& input_) : input(input_) {
     if (!readLine()) {
-        throw RecordError("is empty");
+        throw RecordError(input.bad() ? std::string("cannot be read: ") + std::strerror(errno)
+                                      : "is empty");
     }
     if (!text.starts_with(anyFirstLine)) {
         throw RecordError("is not a record: its first line should be '" + std::string(firstLine) +
@@ -330,7 +344,7 @@ RecordReader::RecordReader(std::istream& input_) : input(input_) {
 
 /// Up to the first line that is not the header's.
 void RecordReader::takeHeader() {
-    constexpr unsigned long most = 10000; // of all its lines
+    constexpr unsigned long most = 100000; // of all its lines
     while (readLine()) {
         bool taken = false;
         parsing([&] {

@@ -3,6 +3,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <span>
 
 #include <linux/ipmi.h>
 
@@ -19,10 +20,16 @@ std::string hexDigits(Data bytes) {
     return digits.empty() ? "-" : digits;
 }
 
-/// In quotes; whatever could be taken for their end, or for more than a character, as \xNN.
+// So that each line stays below what a reader takes:
+constexpr std::size_t longestText = 400;       // four of them in a line, four bytes for each byte
+constexpr std::size_t mostOptions = 100;       // a line each
+constexpr std::size_t mostAddressesALine = 80; // of each kind
+
+/// In quotes; whatever could be taken for their end, or for more than a character, as \xNN. What
+/// is too long is cut.
 std::string word(const std::string& text) {
     std::string escaped = " \"";
-    for (const char character : text) {
+    for (const char character : text.substr(0, longestText)) {
         if (character < ' ' || character > '~' || character == '"' || character == '\\') {
             escaped += "\\x" + hexByte(static_cast<unsigned char>(character)).substr(2);
         } else {
@@ -71,18 +78,33 @@ std::string outcome(const Exchange& exchange) {
     return (exchange.foreignId ? " foreign " : " ") + hexDigits(*exchange.response);
 }
 
-std::string interfaceLine(const RecordedInterface& interface) {
+/// With the addresses from that number on, as many as a line takes.
+std::string interfaceLine(const RecordedInterface& interface, std::size_t from) {
+    const auto piece = [from](const auto& addresses) {
+        const std::size_t begin = std::min(from, addresses.size());
+        return std::span(addresses).subspan(begin,
+                                            std::min(mostAddressesALine, addresses.size() - begin));
+    };
     std::string line = "interface " + std::to_string(interface.index) + word(interface.name) +
                        " flags " + std::to_string(interface.flags) + " mtu " +
                        std::to_string(interface.mtu) + " mac " + hexDigits(interface.mac);
-    for (const auto& [address, prefixLength, broadcast] : interface.ipv4) {
+    for (const auto& [address, prefixLength, broadcast] : piece(interface.ipv4)) {
         line += " ipv4 " + addressText(address) + "/" + std::to_string(prefixLength) + " " +
                 addressText(broadcast);
     }
-    for (const auto& [address, prefixLength] : interface.ipv6) {
+    for (const auto& [address, prefixLength] : piece(interface.ipv6)) {
         line += " ipv6 " + addressText(address) + "/" + std::to_string(prefixLength);
     }
     return line + "\n";
+}
+
+std::string interfaceLines(const RecordedInterface& interface) {
+    const std::size_t most = std::max(interface.ipv4.size(), interface.ipv6.size());
+    std::string lines = interfaceLine(interface, 0);
+    for (std::size_t from = mostAddressesALine; from < most; from += mostAddressesALine) {
+        lines += interfaceLine(interface, from);
+    }
+    return lines;
 }
 
 } // namespace
@@ -90,11 +112,12 @@ std::string interfaceLine(const RecordedInterface& interface) {
 std::string recordHeaderText(const RecordHeader& header) {
     std::string text = "#tav-record 1\nprogram" + word(header.program) + "\nstarted" +
                        word(header.started) + "\nkernel" + word(header.kernel) + "\nmaker " +
-                       std::to_string(header.maker) + "\noptions";
-    for (const std::string& option : header.options) {
-        text += word(option);
+                       std::to_string(header.maker) + "\n";
+    for (const std::string& option :
+         std::span(header.options).first(std::min(mostOptions, header.options.size()))) {
+        text += "options" + word(option) + "\n";
     }
-    text += header.masked ? "\nmasked\n" : "\n";
+    text += header.masked ? "masked\n" : "";
     if (const auto& system = header.system) {
         text += "system" + word(system->manufacturer) + word(system->product) +
                 word(system->serialNumber) + word(system->family) + "\n";
@@ -103,7 +126,7 @@ std::string recordHeaderText(const RecordHeader& header) {
         text += "enclosure" + word(serial) + "\n";
     }
     for (const RecordedInterface& interface : header.interfaces) {
-        text += interfaceLine(interface);
+        text += interfaceLines(interface);
     }
     return text;
 }

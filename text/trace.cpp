@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace sim {
@@ -32,6 +33,21 @@ int openFile(const std::string& file) {
     return high;
 }
 
+/// A terminal may take a part of a line, and keep whoever writes waiting with the rest: so it is
+/// opened anew, for this program alone not to wait.
+int openWithoutWaiting(int fd) {
+    if (::isatty(fd) == 1) {
+        const std::string itself = "/proc/self/fd/" + std::to_string(fd);
+        const int low = ::open(itself.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        if (low != -1) {
+            const int high = moveUp(low);
+            ::close(low);
+            return high;
+        }
+    }
+    return moveUp(fd);
+}
+
 std::string timeText(std::chrono::milliseconds time) {
     constexpr std::size_t width = 9;
     const std::string seconds = decimal(static_cast<double>(time.count()) / 1000.0, 3);
@@ -40,8 +56,16 @@ std::string timeText(std::chrono::milliseconds time) {
 
 } // namespace
 
+bool takesLine(int fd) noexcept {
+    pollfd writable{fd, POLLOUT, 0};
+    return ::poll(&writable, 1, 0) == 1;
+}
+
 Trace::Trace(const std::string& file, std::chrono::milliseconds start_) :
-    output(file.empty() ? moveUp(STDOUT_FILENO) : openFile(file)), start(start_) {}
+    output(file.empty() ? moveUp(STDOUT_FILENO) : openFile(file)), start(start_), waits(true) {}
+
+Trace::Trace(std::chrono::milliseconds start_) :
+    output(openWithoutWaiting(STDOUT_FILENO)), start(start_), waits(false) {}
 
 Trace::~Trace() {
     if (output != -1) {
@@ -50,9 +74,26 @@ Trace::~Trace() {
 }
 
 void Trace::line(const Exchange& exchange) {
-    print(timeText(exchange.sentAt - start) + "  " +
-          padded(std::string("#") + std::to_string(exchange.number), 5) + " " +
-          padded(requestText(exchange), requestWidth) + " -> " + outcomeText(exchange) + "\n");
+    const std::string text = timeText(exchange.sentAt - start) + "  " +
+                             padded(std::string("#") + std::to_string(exchange.number), 5) + " " +
+                             padded(requestText(exchange), requestWidth) + " -> " +
+                             outcomeText(exchange) + "\n";
+    if (waits) {
+        print(text);
+    } else {
+        printUnlessItWaits(text);
+    }
+}
+
+/// A line of which a part was taken counts as dropped.
+void Trace::printUnlessItWaits(const std::string& text) {
+    const std::string gap =
+        dropped == 0
+            ? ""
+            : "\nlines dropped because nobody took them: " + std::to_string(dropped) + "\n";
+    const std::string all = gap + text;
+    const ssize_t written = takesLine(output) ? ::write(output, all.data(), all.size()) : 0;
+    dropped = written == static_cast<ssize_t>(all.size()) ? 0 : dropped + 1;
 }
 
 void Trace::print(const std::string& text) {

@@ -6,17 +6,19 @@ namespace sim {
 
 namespace {
 
-/// Leaves the first `kept` bytes 0.
+/// Leaves the first `kept` bytes 0, but never all.
 template <typename Secret>
 void draw(Secret& secret, std::size_t kept) {
     std::random_device random;
     std::uniform_int_distribution<unsigned> anyByte(0, 0xFF);
-    unsigned sum = 0;
-    for (std::size_t i = kept; i + 1 < secret.size(); ++i) {
-        secret[i] = static_cast<unsigned char>(anyByte(random));
-        sum += secret[i];
+    while (secret == Secret{}) {
+        unsigned sum = 0;
+        for (std::size_t i = kept; i + 1 < secret.size(); ++i) {
+            secret[i] = static_cast<unsigned char>(anyByte(random));
+            sum += secret[i];
+        }
+        secret.back() = static_cast<unsigned char>(0U - sum);
     }
-    secret.back() = static_cast<unsigned char>(0U - sum);
 }
 
 } // namespace

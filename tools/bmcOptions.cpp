@@ -81,6 +81,7 @@ std::vector<Option> bmcOptionTable(BmcOptions& options) {
     using Text = const std::string&;
     return {
         {"--help", false, [&options](Text) { options.help = true; }},
+        {"--version", false, [&options](Text) { options.version = true; }},
         {"--quiet", false, [&options](Text) { options.quiet = true; }},
         {"--trace", true, [&options](Text value) { options.trace = value; }},
         {"--speed", true, [&options](Text value) { takeSpeed(options, value); }},
@@ -95,6 +96,7 @@ const char* bmcUsage() noexcept {
     return R"(  --speed N            let time pass N times faster
   --trace FILE         append the output to FILE instead of standard output
   --quiet              show only how the BMC is left at the end
+  --version            say which version this is
 
 The machine:
   --machine NAME       one of

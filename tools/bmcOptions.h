@@ -32,6 +32,7 @@ std::span<char*> parseOptions(const std::vector<Option>& known, std::span<char*>
 /// What a simulated BMC is started with.
 struct BmcOptions {
     bool help = false;
+    bool version = false;
     bool quiet = false;
     bool connected = true;
     double speed = 1;

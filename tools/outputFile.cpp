@@ -1,6 +1,7 @@
 #include "outputFile.h"
 
 #include "bmcOptions.h"
+#include "trace.h"
 
 #include <cerrno>
 #include <cstring>
@@ -22,9 +23,12 @@ int moveUp(int fd) {
     return ::fcntl(fd, F_DUPFD_CLOEXEC, lowestOutput);
 }
 
+// It may say which server this is.
+constexpr mode_t ownersAlone = 0600;
+
 int openHigh(const std::string& path) {
     const int low =
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, ownersAlone);
     const int fd = low == -1 ? -1 : moveUp(low);
     if (low != -1) {
         ::close(low);
@@ -92,7 +96,7 @@ void OutputFile::stop() noexcept {
     try {
         const std::string line =
             std::string(what) + " stopped: " + path + ": " + std::strerror(error) + "\n";
-        if (::write(complaints, line.data(), line.size()) == -1) {
+        if (takesLine(complaints) && ::write(complaints, line.data(), line.size()) == -1) {
             // nobody listens
         }
     } catch (const std::exception&) {

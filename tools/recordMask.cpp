@@ -3,6 +3,7 @@
 #include "confVariables.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace sim {
 
@@ -22,7 +23,7 @@ void add(Field address, const Secret& secret) {
     }
 }
 
-/// As long as `text`, and of its own: "xxxxxx0007".
+/// "xxxxxx0007"; where the number does not fit its last digits.
 std::string standIn(std::size_t length, std::size_t number) {
     const std::string digits = std::to_string(number);
     return digits.size() < length ? std::string(length - digits.size(), 'x') + digits
@@ -50,7 +51,20 @@ void RecordMask::apply(RecordHeader& header) {
     }
 }
 
+/// What a foreign answer says belongs to another request; the agent does not look at it.
 void RecordMask::apply(Exchange& exchange) {
+    std::optional<Bytes> foreign;
+    if (exchange.foreignId) {
+        foreign.swap(exchange.response);
+    }
+    maskAnswered(exchange);
+    if (foreign) {
+        std::ranges::fill(behind(*foreign, 1), static_cast<unsigned char>(0));
+        exchange.response = std::move(foreign);
+    }
+}
+
+void RecordMask::maskAnswered(Exchange& exchange) {
     if (exchange.netfn == netfn::oem && exchange.cmd == command::configurationSpace) {
         maskConfSpace(exchange);
     } else if (exchange.netfn == netfn::blade) {

@@ -9,7 +9,8 @@ namespace sim {
 
 /// Masks what tells a server and its network from others: serial numbers, the texts of the
 /// configuration space, MAC and IP addresses. Consistently, within one record: what was the same
-/// stays the same, and what was different stays different, so that the record still replays.
+/// stays the same, and what was different stays different (texts as far as they are long enough for
+/// it), so that the record still replays.
 /// Lengths, checksums, network masks and the classes of addresses stay as they are.
 class RecordMask {
   public:
@@ -17,6 +18,7 @@ class RecordMask {
     void apply(Exchange& exchange);
 
   private:
+    void maskAnswered(Exchange& exchange);
     void maskText(std::span<unsigned char> text);
     void maskText(std::string& text);
     void maskMac(std::span<unsigned char> address);

@@ -40,13 +40,14 @@ void Recorder::take(const Exchange& exchange) {
     exchanges = exchange.number;
 }
 
+/// Into the record last: what memory does not suffice for is not counted there.
 void Recorder::write(const Exchange& exchange) {
     print(exchange);
-    if (record) {
-        record->write(recordLine(exchange, start));
-    }
     if (pcap) {
         pcap->write(exchange);
+    }
+    if (record) {
+        record->write(recordLine(exchange, start));
     }
 }
 

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <random>
 
 #include <fcntl.h>
 #include <linux/ipmi.h>
@@ -31,6 +33,13 @@ SmbiosTable tableOf(const RecordHeader& header) {
     return table;
 }
 
+/// One that nobody else has.
+std::string freshPidFile() {
+    std::random_device random;
+    return std::filesystem::absolute(std::filesystem::temp_directory_path()) /
+           ("tav_sim." + std::to_string(random()) + std::to_string(random()) + ".pid");
+}
+
 /// All that the replay compares.
 std::string wholeRequest(const Exchange& exchange) {
     if (exchange.failedCall == DeviceCall::open) {
@@ -51,7 +60,7 @@ std::string wholeRequest(const Exchange& exchange) {
 } // namespace
 
 Replay::Replay(const std::string& path_) :
-    path(path_),
+    path(path_), pidFile(freshPidFile()),
     player(
         time, [this] { return next(); },
         [this](const RecordedStep* recorded, const Exchange& asked) { refuse(recorded, asked); }),
@@ -71,6 +80,12 @@ void Replay::setUpHost(SmbiosForm form, HostFiles& files) const {
     const bool hasTables = header().system || !header().enclosureSerials.empty();
     showSmbios(tableOf(header()), hasTables ? form : SmbiosForm::none, files);
     setUpNetwork(header().interfaces);
+    files.pidFile = pidFile;
+    if (const auto maker = header().maker; maker != 0 && maker != TAV_IANA_ENTERPRISE_NUMBER) {
+        say("was made by an agent for the maker's number " + std::to_string(maker) +
+            "; this one is for " + std::to_string(TAV_IANA_ENTERPRISE_NUMBER) +
+            ", and differs at the first request that carries it");
+    }
 }
 
 std::optional<RecordedStep> Replay::next() {
@@ -83,8 +98,7 @@ std::optional<RecordedStep> Replay::next() {
 
 void Replay::refuse(const RecordedStep* recorded, const Exchange& asked) const {
     if (recorded == nullptr && !reader->whole()) {
-        end(recordCut,
-            "was cut off behind line " + std::to_string(reader->line()) + "; replayed up to there");
+        endAsCut();
     }
     const std::string place = recorded == nullptr
                                   ? "behind its end, line " + std::to_string(reader->line())
@@ -95,8 +109,19 @@ void Replay::refuse(const RecordedStep* recorded, const Exchange& asked) const {
                        "\n  asked:    " + wholeRequest(asked));
 }
 
-std::string Replay::closingLine() {
-    const std::string count = std::to_string(player.exchangeCount());
+void Replay::endAsCut() const {
+    end(recordCut,
+        "was cut off behind line " + std::to_string(reader->line()) +
+            "; replayed up to there, exchanges: " + std::to_string(player.exchangeCount()));
+}
+
+void Replay::endWhereCut() const {
+    if (player.upcoming() == nullptr && !reader->whole()) {
+        endAsCut();
+    }
+}
+
+std::string Replay::closingLine() const {
     const RecordedStep* const left = player.upcoming();
     if (left != nullptr && left->exchange) {
         end(different, "line " + std::to_string(left->line) +
@@ -104,18 +129,26 @@ std::string Replay::closingLine() {
                            wholeRequest(*left->exchange));
     }
     if (!reader->whole()) {
-        end(recordCut, "was cut off behind line " + std::to_string(reader->line()) +
-                           "; replayed up to there, exchanges: " + count);
+        endAsCut();
     }
-    return "\nReplayed as recorded, exchanges: " + count + "\n";
+    return "\nReplayed as recorded, exchanges: " + std::to_string(player.exchangeCount()) + "\n";
 }
 
 void Replay::end(Status status, const std::string& text) const {
+    say(text);
+    cleanUp();
+    ::_exit(status);
+}
+
+void Replay::say(const std::string& text) const {
     const std::string line = "tav_sim: " + path + ": " + text + "\n";
     if (::write(complaints, line.data(), line.size()) == -1) {
         // nobody listens; the status tells
     }
-    ::_exit(status);
+}
+
+void Replay::cleanUp() const noexcept {
+    ::unlink(pidFile.c_str());
 }
 
 } // namespace sim

@@ -62,7 +62,7 @@ Runs the agent on a simulated BMC and shows every exchange between them.
   --mask               mask serial numbers, texts and addresses in all that is written
   --replay FILE        in place of a BMC, answer from a record, in its network and on its machine.
                        Exit status: 2 if the record cannot be used, 3 if the agent asks something
-                       else than is recorded, 4 if it asks more because the record was cut off;
+                       else than is recorded, 4 if the record was cut off before the agent's end;
                        otherwise the agent's, and that of its daemon, whose end is waited for
 )") + bmcUsage() +
            R"(

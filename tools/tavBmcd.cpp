@@ -45,7 +45,7 @@ Options parse(int argc, char** argv) {
     if (!parseOptions(table, arguments.subspan(1)).empty()) {
         throw sim::UsageError("only options are taken");
     }
-    if (options.socket.empty() && !options.help) {
+    if (options.socket.empty() && !options.help && !options.version) {
         throw sim::UsageError("--socket is needed");
     }
     return options;
@@ -215,6 +215,10 @@ int main(int argc, char** argv) {
         const Options options = parse(argc, argv);
         if (options.help) {
             (void)std::printf("%s%s", usage, sim::bmcUsage());
+            return EXIT_SUCCESS;
+        }
+        if (options.version) {
+            (void)std::puts("tav_bmcd " TAV_VERSION);
             return EXIT_SUCCESS;
         }
         (void)::signal(SIGPIPE, SIG_IGN); // whoever looked at the exchanges may have gone

@@ -69,17 +69,23 @@ struct World {
     IpmiDevice* agentsDevice;
 };
 
+/// `path` must be there already, if it is used at all.
+void refuseToOverwrite(const std::string& path, const sim::SimOptions& options, const char* use) {
+    std::error_code none; // of that name: they are not the same, then
+    for (const std::string& output : {options.recording.record, options.recording.pcap}) {
+        if (std::filesystem::equivalent(output, path, none) &&
+            std::filesystem::is_regular_file(path, none)) {
+            throw sim::UsageError("'" + output + "' is " + use);
+        }
+    }
+}
+
 /// Null when there is none. A record must not be overwritten by that of its own replay.
 std::unique_ptr<sim::Replay> openReplay(const sim::SimOptions& options) {
     if (options.replay.empty()) {
         return nullptr;
     }
-    std::error_code noSuchFile;
-    for (const std::string& output : {options.recording.record, options.recording.pcap}) {
-        if (std::filesystem::equivalent(output, options.replay, noSuchFile)) {
-            throw sim::UsageError("'" + output + "' is being replayed");
-        }
-    }
+    refuseToOverwrite(options.replay, options, "being replayed");
     return std::make_unique<sim::Replay>(options.replay);
 }
 
@@ -126,14 +132,21 @@ void arrangeRecording() {
         world->options.recording, sim::describeHost("tav_sim", options), now, printLine);
     world->agentsDevice = &world->recordingDevice.emplace(
         *world->agentsDevice, now, [&recorder] { recorder.noteEndRequest(); },
-        [&recorder](const sim::Exchange& exchange) { recorder.take(exchange); });
+        [&recorder](const sim::Exchange& exchange) {
+            recorder.take(exchange);
+            if (world->replay) {
+                world->replay->endWhereCut();
+            }
+        });
 }
 
 /// Who starts a daemon to be replayed ends as that does: its life is so short that it may be over
 /// before its answer is noticed.
 void endAsTheDaemonDoes() {
     int status = 0;
-    if (::waitpid(sim::workingProcess(), &status, 0) != -1 && WIFEXITED(status)) {
+    const bool ended = ::waitpid(sim::workingProcess(), &status, 0) != -1;
+    world->replay->cleanUp();
+    if (ended && WIFEXITED(status)) {
         ::_exit(WEXITSTATUS(status));
     }
 }
@@ -180,6 +193,10 @@ std::optional<int> prepare(int argc, char** argv) {
         (void)std::fputs(sim::simUsage().c_str(), stdout);
         return EXIT_SUCCESS;
     }
+    if (options.version) {
+        (void)std::puts("tav_sim " TAV_VERSION);
+        return EXIT_SUCCESS;
+    }
     world = new World(std::move(options));
     if (world->options.versions) {
         const std::string lines = versionsText();
@@ -189,6 +206,7 @@ std::optional<int> prepare(int argc, char** argv) {
     if (world->options.status && !world->options.hasAgentOptions()) {
         return showStatus();
     }
+    refuseToOverwrite(world->options.trace, world->options, "where the trace goes");
     if (world->replay) {
         arrangeReplay();
     }

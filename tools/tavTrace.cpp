@@ -41,6 +41,7 @@ Runs the agent as tav_init does, shows every exchange with the BMC, and records 
   --mask         mask serial numbers, texts of the configuration space, MAC and IP addresses in
                  all that is written, consistently: the record still replays
   --help         show this
+  --version      say which version this is
 
 FILE is overwritten. When it cannot be written a line says so, and the agent goes on.
 Exit status: 2 for a wrong command line, otherwise the agent's.
@@ -48,6 +49,7 @@ Exit status: 2 for a wrong command line, otherwise the agent's.
 
 struct Options {
     bool help = false;
+    bool version = false;
     sim::RecordOptions recording;
     std::vector<char*> agentArguments; // argv[0], the agent's own, and the closing null pointer
 };
@@ -59,6 +61,7 @@ std::vector<sim::Option> optionTable(Options& options) {
         {"--pcap", true, [&options](Text value) { options.recording.pcap = value; }},
         {"--mask", false, [&options](Text) { options.recording.mask = true; }},
         {"--help", false, [&options](Text) { options.help = true; }},
+        {"--version", false, [&options](Text) { options.version = true; }},
     };
 }
 
@@ -76,6 +79,19 @@ std::size_t ownArguments(const std::vector<sim::Option>& known, std::span<char*>
     return arguments.size();
 }
 
+/// The agent takes the timer over before it finds that it does not know an option. So what can only
+/// be meant for this program, but is not understood here, must not get there.
+void refuseMisplaced(const std::vector<sim::Option>& known, std::span<char* const> agents) {
+    for (const std::string argument : agents) {
+        if (std::ranges::find(known, argument, &sim::Option::name) != known.end()) {
+            throw sim::UsageError("'" + argument + "' has to stand before the agent's options");
+        }
+        if (argument.starts_with("--") && argument != "--") {
+            throw sim::UsageError("unknown option '" + argument + "'");
+        }
+    }
+}
+
 Options parseOptions(std::span<char*> arguments) {
     Options options;
     const auto known = optionTable(options);
@@ -83,6 +99,7 @@ Options parseOptions(std::span<char*> arguments) {
     const std::size_t own = ownArguments(known, rest);
     sim::parseOptions(known, rest.first(own));
     rest = rest.subspan(own);
+    refuseMisplaced(known, rest);
     if (!rest.empty() && std::string_view(rest.front()) == "--") {
         rest = rest.subspan(1);
     }
@@ -107,7 +124,7 @@ struct Tracer {
 };
 
 Tracer::Tracer(Options options_) :
-    options(std::move(options_)), trace("", now()),
+    options(std::move(options_)), trace(now()),
     recorder(options.recording,
              sim::describeHost("tav_trace", std::span(options.agentArguments).subspan(1)), now,
              [this](const sim::Exchange& exchange) { trace.line(exchange); }),
@@ -128,6 +145,10 @@ bool prepare(int argc, char** argv) {
     Options options = parseOptions({argv, static_cast<std::size_t>(argc)});
     if (options.help) {
         (void)std::fputs(usage, stdout);
+        return false;
+    }
+    if (options.version) {
+        (void)std::puts("tav_trace " TAV_VERSION);
         return false;
     }
     // Whoever reads the output may go before the agent does, and a file may reach its limit.

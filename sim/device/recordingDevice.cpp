@@ -111,7 +111,6 @@ void RecordingDevice::noteOpen(const char* path, int error) {
     finishOverdue();
     begins();
     Exchange attempt;
-    attempt.number = ++exchanges;
     attempt.sentAt = now();
     attempt.failedCall = DeviceCall::open;
     attempt.error = openError;
@@ -123,7 +122,6 @@ void RecordingDevice::begin(int fd, const ipmi_req& request) {
     finishOverdue();
     begins();
     Exchange exchange;
-    exchange.number = ++exchanges;
     exchange.sentAt = now();
     takeAddress(request, exchange);
     exchange.netfn = request.msg.netfn;
@@ -179,9 +177,12 @@ void RecordingDevice::finish(int fd) {
     }
 }
 
+/// One that cannot be told of leaves no gap in the numbers.
 void RecordingDevice::tell(Exchange& exchange) {
     exchange.endedAt = now();
+    exchange.number = exchanges + 1;
     observer(exchange);
+    ++exchanges;
 }
 
 } // namespace sim

@@ -111,6 +111,7 @@ int ReplayDevice::openNode() {
         const int error = step->exchange->error;
         ++played;
         goOn();
+        tellToEnd();
         return -error;
     }
     int fd = lowestDescriptor;
@@ -195,7 +196,8 @@ int ReplayDevice::closeDescriptor(int fd, Descriptor& closing) {
 }
 
 /// Where the record has it, between two exchanges: behind the one before, if its connection ends
-/// with it, so that what the agent does in between is done by one that is told to end.
+/// with it or did not come about, so that what the agent does in between is done by one that is
+/// told to end.
 void ReplayDevice::tellToEnd() {
     while (step && !step->exchange) {
         clock.advanceToRecorded(step->toldAt);

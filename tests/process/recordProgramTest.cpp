@@ -28,6 +28,20 @@ class Recording : public Programs {
 
     End replay(const Words& agent) { return runSim({"--replay", record()}, agent); }
 
+    /// Waits until the record has this.
+    void awaitInRecord(const std::string& text) const {
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (contentOf(record()).find(text) == std::string::npos) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end) << trace();
+            ::usleep(1000);
+        }
+    }
+
+    int exchangesInRecord() const {
+        const std::string content = contentOf(record());
+        return std::stoi(content.substr(content.find("\nend ") + 5));
+    }
+
     /// Replaces the first match in the record.
     void change(const std::string& pattern, const std::string& by) const {
         const std::string changed = std::regex_replace(contentOf(record()), std::regex(pattern), by,
@@ -68,17 +82,56 @@ TEST_F(Recording, ofTheLastingModesReplays) {
                                         "--record", record(), "--fault", "90:silent"},
                                        agent);
         EXPECT_TRUE(agent.empty() ? await(started).code() == 0 : true);
-        const auto end = std::chrono::steady_clock::now() + patience;
-        while (contentOf(record()).find("\nE 140 ") == std::string::npos) {
-            ASSERT_LT(std::chrono::steady_clock::now(), end) << trace();
-            ::usleep(1000);
-        }
+        awaitInRecord("\nE 140 ");
         EXPECT_EQ(stop(agent.empty() ? daemon() : started).code(), code);
         const std::string said = conversation();
         EXPECT_THAT(contentOf(record()), HasSubstr("\nS "));
+        constexpr std::size_t mostBytes = 25000000 / 130000; // a busy server's day
+        EXPECT_LT(contentOf(record()).size() / static_cast<std::size_t>(exchangesInRecord()),
+                  mostBytes);
         EXPECT_EQ(replay(agent).code(), code);
         EXPECT_THAT(endOfChildren(), testing::Each(code));
         EXPECT_EQ(conversation(), said);
+    }
+}
+
+/// A second address on an interface ends the work, and with it all that the record has to tell: the
+/// foreground's entry waits for a signal.
+TEST_F(Recording, thatHasNothingMoreToTellHoldsNoReplayUp) {
+    const struct {
+        Words options, agent;
+        int signal, code;
+        const char *last, *error;
+    } cases[] = {
+        {{"--machine", "plain"}, {"-n"}, SIGKILL, 4, "disconnect -> ok", "was cut off behind line"},
+        {{"--machine", "kestrelbox", "--no-device"}, {"-n"}, SIGTERM, 1, "\nE 19 ", ""},
+    };
+    shell("ip address add 10.0.0.2/24 dev tav0");
+    for (auto [options, agent, signal, code, last, error] : cases) {
+        ::unlink(record().c_str());
+        options.insert(options.end(), {"--record", record()});
+        const pid_t started = startSim(options, agent);
+        awaitInRecord(last);
+        stop(started, signal);
+        const std::string said = conversation();
+        const End end = replay(agent);
+        EXPECT_EQ(end.code(), code);
+        EXPECT_THAT(end.error, HasSubstr(error));
+        EXPECT_EQ(conversation(), said);
+    }
+    shell("ip address delete 10.0.0.2/24 dev tav0");
+}
+
+/// Its replay has a pid file of its own, which goes with it.
+TEST_F(Recording, ofADaemonThatWasKilledLeavesNoPidFile) {
+    EXPECT_EQ(runSim({"--watchdog", "240", "--speed", "60", "--record", record()}, {}).code(), 0);
+    awaitInRecord("\nE 60 ");
+    stop(daemon(), SIGKILL);
+    EXPECT_EQ(run({"env", "TMPDIR=" + root(), TAV_SIM, "--replay", record()}).code(), 4);
+    EXPECT_THAT(endOfChildren(), testing::Each(4));
+    EXPECT_FALSE(std::filesystem::exists("/var/run/tavd.pid"));
+    for (const auto& entry : std::filesystem::directory_iterator(root())) {
+        EXPECT_NE(entry.path().extension(), ".pid");
     }
 }
 
@@ -120,6 +173,7 @@ TEST_F(Recording, thatDoesNotFitSaysWhere) {
         {"\nend 24\n", "\n", 4, "was cut off behind line 34; replayed up to there, exchanges: 24"},
         {"\nE 20 ", "\nE 21 ", 2, "line 30: is not exchange 20"},
         {"#tav-record 1", "#tav-record 7", 2, "version '7'; only version 1"},
+        {"maker 32473", "maker 12345", 0, "by an agent for the maker's number 12345; this one is"},
         {"[^]*", "", 2, "is empty"},
     };
     EXPECT_EQ(runSim({"--record", record()}, {"-s"}).code(), 0);
@@ -135,6 +189,7 @@ TEST_F(Recording, thatDoesNotFitSaysWhere) {
     const End end = replay({"-s"});
     EXPECT_EQ(end.code(), 2);
     EXPECT_THAT(end.error, HasSubstr("line 1: longer than any of a record"));
+    EXPECT_THAT(runSim({"--replay", root()}, {"-s"}).error, HasSubstr(": Is a directory"));
 }
 
 TEST_F(Recording, thatCannotBeWrittenHoldsNobodyUp) {
@@ -152,6 +207,7 @@ TEST_F(Recording, thatCannotBeWrittenHoldsNobodyUp) {
         {{"--record", "/nowhere/at/all"}, 0, "recording stopped: /nowhere/at/all: No such file"},
         {{"--record", file("one"), "--pcap", file("one")}, 2, "is being written already"},
         {{"--record", file("stdout")}, 2, "is where standard output"},
+        {{"--record", file("new"), "--trace", file("new")}, 2, "is where the trace goes"},
         {{"--record", file("one"), "--replay", file("one")}, 2, "is being replayed"},
     };
     shell("mkdir " + file("small") + "; mount -t tmpfs -o size=4k tmpfs " + file("small"));
@@ -173,6 +229,10 @@ TEST_F(Recording, thatCannotBeWrittenHoldsNobodyUp) {
 TEST_F(Recording, ofTheRealDeviceWorksAlike) {
     EXPECT_EQ(run({TAV_TRACE, "-o", record(), "--pcap", file("pcap"), "-s"}).code(), 1);
     EXPECT_THAT(trace(), HasSubstr("Open of the device node"));
+    for (const char* const written : {"record", "pcap"}) {
+        EXPECT_EQ(std::filesystem::status(file(written)).permissions(),
+                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    }
     EXPECT_THAT(contentOf(record()), AllOf(HasSubstr("program \"tav_trace "),
                                            HasSubstr("fail open ENOENT ; "), HasSubstr("\nend ")));
     clearTrace();
@@ -181,7 +241,32 @@ TEST_F(Recording, ofTheRealDeviceWorksAlike) {
     clearTrace();
     run({"sh", "-c", "(ulimit -f 1; exec " TAV_TRACE " -o " + record() + " -- -t) 2>&1 | cat"});
     EXPECT_THAT(trace(), AllOf(HasSubstr("recording stopped: "), HasSubstr("Open of")));
-    EXPECT_EQ(run({TAV_TRACE, "-o"}).code(), 2);
+}
+
+/// The entry would take the watchdog timer over before it finds that it does not know an option.
+TEST_F(Recording, doesNotBeginWithAWrongOption) {
+    const struct {
+        Words options;
+        int code;
+        const char* error;
+    } cases[] = {
+        {{"-o"}, 2, "-o needs a value"},
+        {{"--recrod", "file"}, 2, "unknown option '--recrod'"},
+        {{"-s", "--msak"}, 2, "unknown option '--msak'"},
+        {{"-s", "-o", "file"}, 2, "'-o' has to stand before the agent's options"},
+        {{"--mask", "--", "--version"}, 2, "'--version' has to stand"},
+        {{"--version"}, 0, ""},
+    };
+    for (const auto& [options, code, error] : cases) {
+        Words command = {TAV_TRACE};
+        command.insert(command.end(), options.begin(), options.end());
+        const End end = run(command);
+        EXPECT_EQ(end.code(), code) << error;
+        EXPECT_THAT(end.error, HasSubstr(error));
+        EXPECT_THAT(trace(), Not(HasSubstr("Open of")));
+    }
+    EXPECT_EQ(run({TAV_SIM, "--version"}).code(), 0);
+    EXPECT_THAT(trace(), testing::MatchesRegex("tav_trace [0-9.]+\ntav_sim [0-9.]+\n"));
 }
 
 /// Every standard command has its name there, every answer its request, and all checksums are
@@ -205,8 +290,7 @@ TEST_F(Recording, isUnderstoodByWireshark) {
         }
         return found;
     };
-    const std::string said = contentOf(record());
-    const auto exchanges = std::stoi(said.substr(said.find("\nend ") + 5));
+    const int exchanges = exchangesInRecord();
     EXPECT_EQ(count("Version: 0x06"), 2 * exchanges - 1) << "one was not answered";
     EXPECT_EQ(count("[Response to: "), exchanges - 1);
     EXPECT_EQ(count("Command: Get Watchdog Timer"), 2);
