@@ -7,6 +7,7 @@
 #include "tavSmbios.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <filesystem>
 #include <string_view>
@@ -17,7 +18,8 @@ namespace tavStatus {
 
 namespace {
 
-constexpr std::string_view agentName = "tav_init";
+/// tav_trace is the agent, too, with a recorder in it.
+constexpr std::array<std::string_view, 2> agentNames = {"tav_init", "tav_trace"};
 constexpr std::string_view watchdogProgram = "bmc-watchdog";
 
 /// The number that the text is; 0 for anything else.
@@ -56,7 +58,7 @@ std::string nameOf(const std::filesystem::path& folder) {
 void takeProcess(HostStatus& host, const std::filesystem::path& folder) {
     const pid_t number = numberIn(folder.filename().native());
     const std::string name = number == 0 ? "" : nameOf(folder);
-    if (name == agentName) {
+    if (std::ranges::find(agentNames, name) != agentNames.end()) {
         host.agents.push_back({number, name, serviceOf(folder)});
     } else if (name == watchdogProgram) {
         host.watchdogPrograms.push_back({number, name, serviceOf(folder)});
