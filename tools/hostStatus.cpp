@@ -76,6 +76,24 @@ void findProcesses(HostStatus& host, const std::string& processes) {
     std::ranges::sort(host.watchdogPrograms, {}, &Process::number);
 }
 
+/// Whether systemd starts the agent by itself. How that went only its own programs tell.
+std::optional<bool> isServiceEnabled(const std::string& units) {
+    std::error_code error;
+    std::filesystem::directory_iterator entry(units, error);
+    if (error) {
+        return std::nullopt;
+    }
+    bool enabled = false;
+    while (!error && entry != std::filesystem::directory_iterator()) {
+        const std::filesystem::path& folder = entry->path();
+        std::error_code absent;
+        enabled = enabled || (folder.extension() == ".wants" &&
+                              std::filesystem::is_symlink(folder / "tavd.service", absent));
+        entry.increment(error);
+    }
+    return enabled;
+}
+
 PidFile lookAtPidFile() {
     PidFile file{.path = hostPaths().pidFile};
     file.present = ::access(file.path.c_str(), F_OK) == 0;
@@ -124,6 +142,7 @@ HostStatus lookAtHost(const HostPlaces& places) {
     identifyMachine(host);
     host.pidFile = lookAtPidFile();
     findProcesses(host, places.processes);
+    host.serviceEnabled = isServiceEnabled(places.units);
     host.watchdogModule = ::access((places.modules + "/ipmi_watchdog").c_str(), F_OK) == 0;
     listInterfaces(host);
     return host;

@@ -190,7 +190,11 @@ std::string agentTable(const Status& status) {
     if (!host.watchdogPrograms.empty() || others.empty()) {
         others += (others.empty() ? "" : ", ") + processesText(host.watchdogPrograms, "none");
     }
+    const auto& enabled = host.serviceEnabled;
     return "\nAgent\n" + row("process", processesText(host.agents, "none")) +
+           row("service", !enabled   ? "no systemd here"
+                          : *enabled ? "tavd.service is enabled"
+                                     : "tavd.service is not enabled") +
            row("pid file", pidFileText(host.pidFile)) +
            row("for the BMC", !connected ? "unknown"
                               : *connected

@@ -30,6 +30,7 @@ class StatusOfServer : public Rig {
         setVariable(522, "192.0.2.1");
         places.processes = std::filesystem::path(paths.pidFile).parent_path() / "proc";
         places.modules = places.processes;
+        places.units = places.processes;
         addProcess("17", "17 (tav_init) S 1 ");
         writeFile(places.processes + "/17/cgroup", "0::/system.slice/tav_init.service\n");
         writeFile(paths.pidFile, "17\n");
@@ -311,10 +312,16 @@ TEST_F(StatusOfServer, isCarefulWithWhatItDoesNotKnow) {
     goWrong("3-4:cc=0xC0");
     exchanges.clear();
     EXPECT_THAT(statusText(collectStatus(places)),
-                HasSubstr("; unknown whether it answers to this build's number, "));
+                testing::AllOf(HasSubstr("; unknown whether it answers to this build's number, "),
+                               HasSubstr("tavd.service is not enabled")));
+    const std::string wants = places.units + "/dev-ipmi0.device.wants";
+    std::filesystem::create_directory(wants);
+    std::filesystem::create_symlink("/nonexistent", wants + "/tavd.service");
     EXPECT_EQ(exchanges.size(), 4U);
     goWrong("1:length=12");
-    EXPECT_THAT(jsonText(collectStatus(places)), HasSubstr("\"auxiliary\": [],"));
+    EXPECT_THAT(
+        jsonText(collectStatus(places)),
+        testing::AllOf(HasSubstr("\"auxiliary\": [],"), HasSubstr("\"service_enabled\": true")));
     become("blade");
     goWrong("6:cc=0xC9"); // the first LAN port: the agent asks for no other
     EXPECT_THAT(collectStatus(places).bmc.blade->ports, testing::IsEmpty());
