@@ -36,10 +36,11 @@ void askOlderPorts(BmcQuestions& bmc, std::vector<LanPort>& ports) {
     }
 }
 
+/// Until all are there, as the agent does it.
 std::vector<LanPort> askPorts(BmcQuestions& bmc) {
     std::vector<LanPort> ports;
-    std::size_t total = 1;
-    for (unsigned char number = 1; number <= lastLanPort && ports.size() < total; ++number) {
+    std::size_t total = 0;
+    for (unsigned char number = 1; number <= lastLanPort; ++number) {
         TavGetLANInfoReqData request{};
         request.lanPortNumber.number = number & 0x7FU;
         TavGetLANInfoRespData response;
@@ -52,6 +53,9 @@ std::vector<LanPort> askPorts(BmcQuestions& bmc) {
             askOlderPorts(bmc, ports);
             break;
         } else if (response.completion_code != tavIpmi::ipmi_cc_param_out_of_range) {
+            break;
+        }
+        if (ports.size() == total) { // also when the first one is out of range
             break;
         }
     }
@@ -139,7 +143,7 @@ MacAddress askSecondMac(BmcQuestions& bmc) {
 
 } // namespace
 
-/// Only the BMC of a blade has a slot to tell of.
+/// Only the BMC of a blade has a slot to tell of. None, too, when the asking ended early.
 std::optional<BladeStatus> askBlade(BmcQuestions& bmc) {
     TavGetSlotNumberRespData slot;
     if (!bmc.ask(bladeQuestion(tavIpmi::ipmi_oemcmd_get_slot_number), slot)) {
@@ -148,7 +152,7 @@ std::optional<BladeStatus> askBlade(BmcQuestions& bmc) {
     BladeStatus blade{slot.sl_number, askPorts(bmc), askIpv6Capable(bmc), {}, {}};
     blade.addresses = askAddresses(bmc, blade.ipv6Capable);
     blade.secondMac = askSecondMac(bmc);
-    return blade;
+    return bmc.reach() == Reach::answering ? std::optional(std::move(blade)) : std::nullopt;
 }
 
 } // namespace tavStatus

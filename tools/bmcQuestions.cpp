@@ -17,6 +17,8 @@ namespace {
 /// An exchange that begins then may still wait its five seconds.
 constexpr std::chrono::milliseconds longestAsking{4800};
 
+constexpr unsigned char emptyAnswer = tavIpmi::ipmi_cc_unspecific_error;
+
 /// Why no node opens. The transport tells of the last one that it tries, which hardly any host has.
 int openError() {
     int error = ENOENT;
@@ -51,6 +53,7 @@ std::vector<unsigned char> BmcQuestions::ask(const Question& question) {
             ++answered;
         }
         const ByteView answer = msg.response();
+        code = answer.empty() ? emptyAnswer : answer[0];
         return {answer.begin(), answer.end()};
     } catch (const tavIpmi::TavIpmiError& error) {
         giveUp(Reach::broken, "the IPMI driver fails: " + errorText(error));

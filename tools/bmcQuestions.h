@@ -50,6 +50,8 @@ class BmcQuestions {
     Reach reach() const noexcept { return reached; }
     /// Why it ended early, a line for people; empty while the BMC answers.
     const std::string& trouble() const noexcept { return why; }
+    /// Completion code of the last answer; of an empty one that of an unspecific error.
+    unsigned char lastCode() const noexcept { return code; }
     /// Questions that were answered, in whatever way.
     unsigned answers() const noexcept { return answered; }
 
@@ -61,6 +63,7 @@ class BmcQuestions {
     std::array<std::unique_ptr<tavIpmi::TavIpmi>, 2> connections; // by LUN
     Reach reached = Reach::answering;
     std::string why;
+    unsigned char code = tavIpmi::ipmi_cc_normally_cc;
     unsigned answered = 0;
 };
 

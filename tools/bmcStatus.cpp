@@ -6,6 +6,9 @@
 #include "tavConfSpaceRecords.h"
 #include "tavIpmiDeviceId.h"
 
+#include <algorithm>
+#include <span>
+
 namespace tavStatus {
 
 namespace {
@@ -15,7 +18,14 @@ using tavIpmi::oemPrefix;
 constexpr std::uint16_t firstVariable = 512; // without it there are none, as the agent sees it
 constexpr std::uint16_t bladeNumber = 8960;  // on a blade only
 
-Identity identityFrom(const tavIpmi::GetDeviceIdRespData& response) {
+constexpr std::size_t mandatory = offsetof(tavIpmi::GetDeviceIdRespData, auxFirmwareRevision1);
+
+/// From an answer that has at least the mandatory bytes.
+Identity identityFrom(ByteView answer) {
+    tavIpmi::GetDeviceIdRespData response;
+    readRecord(answer, response);
+    const ByteView auxiliary =
+        answer.subspan(mandatory, std::min(answer.size() - mandatory, sizeof response - mandatory));
     const unsigned char* const maker = response.manufacturerId;
     return {.deviceId = response.deviceId,
             .deviceRevision = response.deviceRevision.deviceRevision,
@@ -28,8 +38,8 @@ Identity identityFrom(const tavIpmi::GetDeviceIdRespData& response) {
             .ipmiMinor = static_cast<unsigned>(response.ipmiVersion) >> 4U,
             .manufacturer = static_cast<std::uint32_t>(maker[0] | maker[1] << 8 | maker[2] << 16),
             .product = response.productId,
-            .auxiliary = {response.auxFirmwareRevision1[0], response.auxFirmwareRevision1[1],
-                          response.auxFirmwareRevision1[2], response.auxFirmwareRevision2}};
+            .auxiliary = sim::Bytes(auxiliary.begin(), auxiliary.end()),
+            .agentTakesIt = answer.size() == sizeof response};
 }
 
 /// Some drivers answer in place of a BMC that does not, and say so.
@@ -39,17 +49,19 @@ bool lostByDriver(unsigned char completionCode) {
            completionCode == tavIpmi::ipmi_cc_unspecific_error;
 }
 
+void giveUpLostBmc(BmcQuestions& bmc) {
+    bmc.giveUp(Reach::silent, "the BMC does not answer, says the IPMI driver");
+}
+
 std::optional<Identity> askIdentity(BmcQuestions& bmc) {
-    tavIpmi::GetDeviceIdRespData response;
-    constexpr std::size_t mandatory = offsetof(tavIpmi::GetDeviceIdRespData, auxFirmwareRevision1);
-    if (!bmc.ask({tavIpmi::ipmi_netfn_req_app, tavIpmi::ipmi_cmd_get_device_id}, response,
-                 mandatory)) {
-        if (bmc.reach() == Reach::answering && lostByDriver(response.completionCode)) {
-            bmc.giveUp(Reach::silent, "the BMC does not answer, says the IPMI driver");
-        }
-        return std::nullopt;
+    const sim::Bytes answer =
+        bmc.ask({tavIpmi::ipmi_netfn_req_app, tavIpmi::ipmi_cmd_get_device_id});
+    if (bmc.reach() == Reach::answering && lostByDriver(bmc.lastCode())) {
+        giveUpLostBmc(bmc);
     }
-    return identityFrom(response);
+    return answer.size() >= mandatory && answer[0] == tavIpmi::ipmi_cc_normally_cc
+               ? std::optional(identityFrom(answer))
+               : std::nullopt;
 }
 
 std::optional<tavIpmi::TavWatchdogTimerGetRespData> askWatchdog(BmcQuestions& bmc) {
@@ -116,16 +128,42 @@ void askEeproms(BmcQuestions& bmc, BmcStatus& status) {
     }
 }
 
+/// Says that the command, its number or who sends it is not wanted, now or later.
+bool refuses(unsigned char completionCode) {
+    constexpr std::array<unsigned char, 7> codes = {
+        tavIpmi::ipmi_cc_invalid_cmd,        tavIpmi::ipmi_cc_inv_cmd_for_LUN,
+        tavIpmi::ipmi_cc_req_data_len_inv,   tavIpmi::ipmi_cc_param_out_of_range,
+        tavIpmi::ipmi_cc_inv_req_data_field, tavIpmi::ipmi_cc_insufficient_priv_or_security,
+        tavIpmi::ipmi_cc_param_illegal};
+    return std::ranges::find(codes, completionCode) != codes.end();
+}
+
+/// From the answers to all that was asked under the maker's number so far.
+std::optional<bool> numberAccepted(std::span<const unsigned char> completionCodes) {
+    if (std::ranges::any_of(completionCodes, [](unsigned char code) {
+            return code == tavIpmi::ipmi_cc_normally_cc;
+        })) {
+        return true;
+    }
+    return std::ranges::all_of(completionCodes, refuses) ? std::optional(false) : std::nullopt;
+}
+
 /// Those of the maker's commands that carry no number may mean anything to another maker's BMC:
 /// only one that knows the number gets them.
 void askMakersCommands(BmcQuestions& bmc, BmcStatus& status) {
     status.agentConnected = askAgentConnected(bmc);
+    const unsigned char first = bmc.lastCode();
     askInto(status.confSpace, bmc, firstVariable);
+    const std::array codes = {first, bmc.lastCode()};
     if (bmc.reach() != Reach::answering) {
         return;
     }
-    status.makerAccepted = status.agentConnected || !status.confSpace.empty();
-    if (!*status.makerAccepted) {
+    if (std::ranges::all_of(codes, lostByDriver)) {
+        giveUpLostBmc(bmc);
+        return;
+    }
+    status.makerAccepted = numberAccepted(codes);
+    if (status.makerAccepted != true) {
         return;
     }
     status.blade = askBlade(bmc);

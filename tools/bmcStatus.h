@@ -27,7 +27,8 @@ struct Identity {
     unsigned ipmiMinor;
     std::uint32_t manufacturer; ///< IANA enterprise number
     std::uint16_t product;
-    std::array<unsigned char, 4> auxiliary;
+    sim::Bytes auxiliary; ///< 4, or as many as there were
+    bool agentTakesIt;    ///< the answer has the one length that the agent takes
 };
 
 /// A LAN port of a blade.
@@ -77,15 +78,16 @@ struct PortRecord {
 
 using EepromRecord = tavIpmi::TavGetEEPROMVersionInfoData;
 
-/// The BMC's side of the status. What is absent was refused, does not exist, or was not asked any
-/// more.
+/// The BMC's side of the status. What is absent was refused, does not exist, or was not asked to
+/// its end.
 struct BmcStatus {
     Reach reach = Reach::answering;
     std::string trouble; ///< why the asking ended early
     unsigned answers = 0;
     std::optional<Identity> identity;
     std::optional<tavIpmi::TavWatchdogTimerGetRespData> watchdog;
-    /// Whether it carries out requests under this build's maker's number.
+    /// Whether it carries out requests under this build's maker's number; absent, too, when its
+    /// answers do not tell.
     std::optional<bool> makerAccepted;
     std::optional<bool> agentConnected;
     std::map<std::uint16_t, sim::Bytes> confSpace; ///< by number

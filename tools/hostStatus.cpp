@@ -7,6 +7,7 @@
 #include "tavSmbios.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <filesystem>
 #include <string_view>
@@ -17,7 +18,8 @@ namespace tavStatus {
 
 namespace {
 
-constexpr std::string_view agentName = "tav_init";
+/// tav_trace is the agent, too, with a recorder in it.
+constexpr std::array<std::string_view, 2> agentNames = {"tav_init", "tav_trace"};
 constexpr std::string_view watchdogProgram = "bmc-watchdog";
 
 /// The number that the text is; 0 for anything else.
@@ -56,7 +58,7 @@ std::string nameOf(const std::filesystem::path& folder) {
 void takeProcess(HostStatus& host, const std::filesystem::path& folder) {
     const pid_t number = numberIn(folder.filename().native());
     const std::string name = number == 0 ? "" : nameOf(folder);
-    if (name == agentName) {
+    if (std::ranges::find(agentNames, name) != agentNames.end()) {
         host.agents.push_back({number, name, serviceOf(folder)});
     } else if (name == watchdogProgram) {
         host.watchdogPrograms.push_back({number, name, serviceOf(folder)});
@@ -72,6 +74,24 @@ void findProcesses(HostStatus& host, const std::string& processes) {
     }
     std::ranges::sort(host.agents, {}, &Process::number);
     std::ranges::sort(host.watchdogPrograms, {}, &Process::number);
+}
+
+/// Whether systemd starts the agent by itself. How that went only its own programs tell.
+std::optional<bool> isServiceEnabled(const std::string& units) {
+    std::error_code error;
+    std::filesystem::directory_iterator entry(units, error);
+    if (error) {
+        return std::nullopt;
+    }
+    bool enabled = false;
+    while (!error && entry != std::filesystem::directory_iterator()) {
+        const std::filesystem::path& folder = entry->path();
+        std::error_code absent;
+        enabled = enabled || (folder.extension() == ".wants" &&
+                              std::filesystem::is_symlink(folder / "tavd.service", absent));
+        entry.increment(error);
+    }
+    return enabled;
 }
 
 PidFile lookAtPidFile() {
@@ -122,6 +142,7 @@ HostStatus lookAtHost(const HostPlaces& places) {
     identifyMachine(host);
     host.pidFile = lookAtPidFile();
     findProcesses(host, places.processes);
+    host.serviceEnabled = isServiceEnabled(places.units);
     host.watchdogModule = ::access((places.modules + "/ipmi_watchdog").c_str(), F_OK) == 0;
     listInterfaces(host);
     return host;

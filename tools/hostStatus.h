@@ -12,10 +12,11 @@
 
 namespace tavStatus {
 
-/// Where the kernel shows what runs.
+/// Where it can be seen what runs.
 struct HostPlaces {
     std::string processes = "/proc";
     std::string modules = "/sys/module";
+    std::string units = "/etc/systemd/system"; ///< what the administrator has systemd start
 };
 
 /// A process that matters to the BMC.
@@ -45,6 +46,7 @@ struct HostStatus {
     bool kestrelbox = false;
     PidFile pidFile;
     std::vector<Process> agents;
+    std::optional<bool> serviceEnabled; ///< absent without systemd
     /// Programs that may own the watchdog timer besides the agent.
     std::vector<Process> watchdogPrograms;
     bool watchdogModule = false;       ///< the kernel's ipmi_watchdog

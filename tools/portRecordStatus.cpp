@@ -188,7 +188,7 @@ std::string takeApart(PortRecord& record, ByteView image) {
 
 } // namespace
 
-/// None when no adapter keeps such a record.
+/// None when no adapter keeps such a record, or the asking ended early.
 std::optional<PortRecord> askPortRecord(BmcQuestions& bmc) {
     const TavGetMezzReqData request{};
     TavGetMezzRspData adapter;
@@ -208,7 +208,7 @@ std::optional<PortRecord> askPortRecord(BmcQuestions& bmc) {
         record.fault = takeApart(record, fru.image);
     }
     record.image = std::move(fru.image);
-    return record;
+    return bmc.reach() == Reach::answering ? std::optional(std::move(record)) : std::nullopt;
 }
 
 } // namespace tavStatus

@@ -70,6 +70,10 @@ bool threatens(const tavIpmi::TavWatchdogTimerGetRespData& timer) noexcept {
            timer.timerActions.timeout_action != tavIpmi::TavIpmiWatchdog::timeout_action_no_action;
 }
 
+bool timerHasOtherOwner(const HostStatus& host) noexcept {
+    return host.watchdogModule || !host.watchdogPrograms.empty();
+}
+
 bool watchdogWanted(const BmcStatus& bmc) {
     const auto enabled = bmc.confSpace.find(TavConfSpaceData::conf_soft_watchdog_enable);
     return enabled != bmc.confSpace.end() && enabled->second == sim::Bytes{1};

@@ -39,6 +39,8 @@ Status collectStatus(const HostPlaces& places = {});
 bool agentsTimer(const tavIpmi::TavWatchdogTimerGetRespData& timer) noexcept;
 /// It counts down to an action that the agent would not have chosen.
 bool threatens(const tavIpmi::TavWatchdogTimerGetRespData& timer) noexcept;
+/// Something besides the agent is there that may own the timer.
+bool timerHasOtherOwner(const HostStatus& host) noexcept;
 /// The BMC's settings ask for a watchdog that the agent keeps.
 bool watchdogWanted(const BmcStatus& bmc);
 

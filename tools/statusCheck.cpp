@@ -52,22 +52,25 @@ std::string refusedNumberText(const BmcStatus& bmc) {
 void judgeBmc(const BmcStatus& bmc, const HostStatus& host, Findings& findings) {
     if (bmc.makerAccepted == false) {
         add(findings, Severity::critical, "maker_refused", refusedNumberText(bmc));
+    } else if (!bmc.makerAccepted && bmc.reach == Reach::answering) {
+        add(findings, Severity::unknown, "maker_unknown",
+            "the BMC's answers do not tell whether it knows the maker's number of this build, " +
+                std::to_string(tavIpmi::iana_qmx) + ": ask again");
     } else if (bmc.makerAccepted == true && bmc.confSpace.empty()) {
         add(findings, Severity::critical, "no_configuration_space",
             "the BMC has no configuration space: it shows no address");
     }
-    if (bmc.answers != 0 && bmc.reach == Reach::answering && !bmc.identity && !host.kestrelbox) {
+    const bool told = bmc.identity ? bmc.identity->agentTakesIt : bmc.reach != Reach::answering;
+    if (!told && !host.kestrelbox) {
         add(findings, Severity::critical, "no_identity",
-            "the BMC does not tell who it is: the agent ends at once");
+            "the BMC does not tell who it is" +
+                std::string(bmc.identity ? ", or not at the length that the agent wants" : "") +
+                ": the agent ends at once");
     }
     if (bmc.identity && bmc.identity->updating) {
         add(findings, Severity::warning, "bmc_updating",
             "the BMC's firmware or sensor data are being replaced");
     }
-}
-
-bool timerHasOtherOwner(const HostStatus& host) {
-    return host.watchdogModule || !host.watchdogPrograms.empty();
 }
 
 std::string otherOwnersText(const HostStatus& host) {
@@ -104,7 +107,8 @@ void judgeTimer(const Status& status, Findings& findings) {
         add(findings, Severity::warning, "watchdog_expired",
             "the running system's watchdog timer has run out before");
     }
-    if (watchdogWanted(status.bmc) && timerHasOtherOwner(status.host)) {
+    const bool agentUsesIt = watchdogWanted(status.bmc) || !status.host.agents.empty();
+    if (agentUsesIt && timerHasOtherOwner(status.host)) {
         add(findings, Severity::warning, "two_owners",
             "the timer has another owner besides the agent: " + otherOwnersText(status.host));
     }
@@ -123,13 +127,11 @@ void judgePidFile(const HostStatus& host, Findings& findings) {
 void judgeAgent(const Status& status, Findings& findings) {
     judgePidFile(status.host, findings);
     if (status.bmc.answers == 0) {
-        // A machine without a BMC needs no agent.
-    } else if (status.host.agents.empty()) {
+        return; // a machine without a BMC needs no agent
+    }
+    if (status.host.agents.empty()) {
         add(findings, Severity::warning, "agent_not_running",
             "no agent runs: the BMC does not learn what changes on this host");
-    } else if (status.bmc.agentConnected == false) {
-        add(findings, Severity::warning, "agent_not_connected",
-            "an agent runs, but the BMC does not know of it");
     }
     if (!status.host.interfaceTrouble.empty()) {
         add(findings, Severity::critical, "no_inventory",
@@ -199,7 +201,7 @@ void judgePort(const PortFunction& port, const HostStatus& host, Findings& findi
 }
 
 void judgePortRecord(const Status& status, Findings& findings) {
-    if (status.bmc.reach != Reach::answering || !status.bmc.portRecord) {
+    if (!status.bmc.portRecord) {
         return;
     }
     const PortRecord& record = *status.bmc.portRecord;

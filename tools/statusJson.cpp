@@ -121,6 +121,7 @@ Json agentJson(const Status& status) {
     const PidFile& file = status.host.pidFile;
     return {{"connected", optionally(status.bmc.agentConnected)},
             {"processes", listOf(status.host.agents, processJson)},
+            {"service_enabled", optionally(status.host.serviceEnabled)},
             {"pid_file",
              {{"path", file.path},
               {"present", file.present},

@@ -5,6 +5,7 @@
 #include "statusCheck.h"
 #include "statusForms.h"
 #include "statusText.h"
+#include "tavConfSpaceData.h"
 #include "text.h"
 
 #include <algorithm>
@@ -118,7 +119,7 @@ void writeWatchdog(MetricsWriter& metrics, const BmcStatus& bmc) {
                    sim::decimal(timer.initialCountdownValue / 10.0, 1));
     metrics.single("tav_watchdog_remaining_seconds", "Time that is left on the timer.",
                    sim::decimal(timer.currentCountdownValue / 10.0, 1));
-    if (!bmc.confSpace.empty()) {
+    if (bmc.confSpace.contains(TavConfSpaceData::conf_soft_watchdog_enable)) {
         metrics.flag("tav_watchdog_wanted", "Whether the BMC's soft watchdog is enabled.",
                      watchdogWanted(bmc));
     }

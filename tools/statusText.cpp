@@ -44,7 +44,7 @@ std::string makerText(const Identity& identity, const std::optional<bool>& accep
     std::string maker = std::to_string(identity.manufacturer);
     const std::string build = std::to_string(tavIpmi::iana_qmx);
     if (!accepted) {
-        return maker;
+        return maker + "; unknown whether it answers to this build's number, " + build;
     }
     if (!*accepted) {
         return maker + "; it refuses this build's number, " + build;
@@ -54,8 +54,11 @@ std::string makerText(const Identity& identity, const std::optional<bool>& accep
 }
 
 std::string serverText(const Status& status) {
-    std::string text =
-        status.bmc.blade ? "blade in slot " + std::to_string(status.bmc.blade->slot) : "no blade";
+    const BmcStatus& bmc = status.bmc;
+    const bool asked = bmc.makerAccepted == true && bmc.reach == Reach::answering;
+    std::string text = bmc.blade ? "blade in slot " + std::to_string(bmc.blade->slot)
+                       : asked   ? "no blade"
+                                 : "unknown whether a blade";
     text += status.host.product.empty() ? "" : ", " + status.host.product;
     return text + (status.host.kestrelbox ? ", KESTRELBOX line" : "");
 }
@@ -76,11 +79,20 @@ std::string bmcTable(const Status& status) {
     return table + row("server", serverText(status));
 }
 
-std::string ownerText(const tavIpmi::TavWatchdogTimerGetRespData& timer, const HostStatus& host) {
+/// Who set the timer up as the agent does, which other programs may do, too.
+std::string likelyOwnerText(const BmcStatus& bmc, const HostStatus& host) {
+    if (host.agents.empty()) {
+        return "an agent that is gone or another program";
+    }
+    return watchdogWanted(bmc) && !timerHasOtherOwner(host) ? "the agent"
+                                                            : "the agent or another program";
+}
+
+std::string ownerText(const BmcStatus& bmc, const HostStatus& host) {
+    const auto& timer = *bmc.watchdog;
     const std::string use = sim::timerUseText(timer.timerUse.timer_use);
     if (agentsTimer(timer)) {
-        return (host.agents.empty() ? "an agent that is gone (" : "the agent (") + use +
-               ", without an action)";
+        return likelyOwnerText(bmc, host) + " (" + use + ", without an action)";
     }
     switch (timer.timerUse.timer_use) {
     case TavIpmiWatchdog::timer_use_sms_os:
@@ -134,7 +146,7 @@ std::string valueOf(const BmcStatus& bmc, std::uint16_t id) {
 std::string timerTable(const BmcStatus& bmc, const HostStatus& host) {
     std::string table = "\nWatchdog timer\n";
     if (const auto& timer = bmc.watchdog) {
-        table += row("owner", ownerText(*timer, host));
+        table += row("owner", ownerText(bmc, host));
         table += row("state", stateText(*timer));
         table += row("on expiry", onExpiryText(*timer));
         table +=
@@ -178,11 +190,16 @@ std::string agentTable(const Status& status) {
     if (!host.watchdogPrograms.empty() || others.empty()) {
         others += (others.empty() ? "" : ", ") + processesText(host.watchdogPrograms, "none");
     }
+    const auto& enabled = host.serviceEnabled;
     return "\nAgent\n" + row("process", processesText(host.agents, "none")) +
+           row("service", !enabled   ? "no systemd here"
+                          : *enabled ? "tavd.service is enabled"
+                                     : "tavd.service is not enabled") +
            row("pid file", pidFileText(host.pidFile)) +
-           row("for the BMC", !connected   ? "unknown"
-                              : *connected ? "connected"
-                                           : "not connected") +
+           row("for the BMC", !connected ? "unknown"
+                              : *connected
+                                  ? "connected"
+                                  : "not connected (only the agent's going is announced)") +
            row("other owners", others);
 }
 

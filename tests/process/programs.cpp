@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -58,6 +59,10 @@ void leaveStraySignal() {
     sigaddset(&held, SIGUSR1);
     ::sigprocmask(SIG_BLOCK, &held, nullptr);
     EXPECT_EQ(::raise(SIGUSR1), 0);
+}
+
+std::chrono::microseconds toMicroseconds(const timeval& span) {
+    return std::chrono::seconds(span.tv_sec) + std::chrono::microseconds(span.tv_usec);
 }
 
 void redirect(const std::string& path, int target) {
@@ -141,7 +146,9 @@ End Programs::await(pid_t pid) {
     }
     ::close(ended.fd);
     End end{};
-    EXPECT_EQ(::waitpid(pid, &end.status, 0), pid);
+    rusage usage{};
+    EXPECT_EQ(::wait4(pid, &end.status, 0, &usage), pid);
+    end.worked = toMicroseconds(usage.ru_utime) + toMicroseconds(usage.ru_stime);
     log(); // before too much waits there
     end.took = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - begin);

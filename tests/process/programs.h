@@ -27,6 +27,7 @@ struct End {
     int status;        ///< as waitpid(2) gives it
     std::string error; ///< what it wrote to standard error
     std::chrono::milliseconds took;
+    std::chrono::microseconds worked; ///< processor time, its own and the kernel's for it
 
     /// Exit status, or minus the signal that ended it.
     int code() const;

@@ -5,6 +5,9 @@
 #include "statusText.h"
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
 #include <set>
 
 using tavStatus::collectStatus;
@@ -27,6 +30,7 @@ class StatusOfServer : public Rig {
         setVariable(522, "192.0.2.1");
         places.processes = std::filesystem::path(paths.pidFile).parent_path() / "proc";
         places.modules = places.processes;
+        places.units = places.processes;
         addProcess("17", "17 (tav_init) S 1 ");
         writeFile(places.processes + "/17/cgroup", "0::/system.slice/tav_init.service\n");
         writeFile(paths.pidFile, "17\n");
@@ -63,6 +67,26 @@ bool onlyReads(const std::string& request) {
     return commands.contains(request.substr(0, 5)) || framed.contains(request.substr(0, 18));
 }
 
+/// All that the pattern's group matches in a text.
+std::set<std::string> namesIn(const std::string& text, const char* pattern) {
+    std::set<std::string> names;
+    const std::regex expression(pattern);
+    for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
+         ++match) {
+        names.insert((*match)[1]);
+    }
+    return names;
+}
+
+/// The chapter of docs/status.md with this heading.
+std::string chapter(const std::string& heading) {
+    std::ifstream file(TAV_STATUS_DOCS);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::size_t begin = text.find("\n## " + heading + "\n");
+    EXPECT_NE(begin, std::string::npos) << heading;
+    return text.substr(begin, text.find("\n## ", begin + 1) - begin);
+}
+
 TEST_F(StatusOfServer, onlyReadsAndAsksNothingTwice) {
     for (const char* machine : {"plain", "blade", "old-blade", "kestrelbox", "nic", "nic-blade"}) {
         become(machine);
@@ -75,8 +99,10 @@ TEST_F(StatusOfServer, onlyReadsAndAsksNothingTwice) {
         EXPECT_EQ(status.bmc.answers, asked.size());
         EXPECT_EQ(status.bmc.portRecord.has_value(), std::string(machine).starts_with("nic"));
     }
+    bmc.agentConnection.connected = false; // as it stays after the agent's first end
     EXPECT_THAT(statusText(collectStatus(places)),
                 testing::AllOf(testing::StartsWith("OK: the BMC answers, agent 17 runs, 1 of 1"),
+                               HasSubstr("not connected (only the agent's going is announced)"),
                                HasSubstr("tav_init 17 of tav_init.service"),
                                HasSubstr("fe80::10/64, IPv6 link-local"),
                                HasSubstr("checksums: header right, body right")));
@@ -98,14 +124,10 @@ TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
         {[&] {
              setVariable(522, "192.0.2.1");
              setVariable(523, "0.0.0.0");
-             bmc.agentConnection.connected = false;
+             addProcess("17", "17 (tav_trace) S 1 ");
          },
-         {"agent_not_connected WARNING"}},
-        {[&] {
-             bmc.agentConnection.connected = true;
-             setVariable(66, "enabled");
-         },
-         {"watchdog_not_kept CRITICAL"}},
+         {}},
+        {[&] { setVariable(66, "enabled"); }, {"watchdog_not_kept CRITICAL"}},
         {[&] {
              setTimer({smsOs, 0, 0, 0, 0x10, 0x27});
          },
@@ -118,7 +140,7 @@ TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
              setVariable(66, "disabled");
              addProcess("18", "18 (bmc-watchdog) S 1 ");
          },
-         {"foreign_timer WARNING"}},
+         {"foreign_timer WARNING", "two_owners WARNING"}},
         {[&] { addProcess("17", "17 (tav_init) Z 1 "); },
          {"foreign_timer WARNING", "stale_pid_file WARNING", "agent_not_running WARNING"}},
         {[&] { clock.now += std::chrono::hours(1); },
@@ -131,6 +153,7 @@ TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
          {"two_owners WARNING"}},
         {[&] {
              setVariable(66, "disabled");
+             addProcess("18", "18 (bmc-watchdog) Z 1 ");
              become("nic");
              shell("ip link set tav0 address 02:00:00:00:00:11");
          },
@@ -148,36 +171,91 @@ TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
              goWrong("3-4:cc=0xCC");
          },
          {"maker_refused CRITICAL"}},
+        {[&] { goWrong("3-4:cc=0xC0"); }, {"maker_unknown UNKNOWN"}},
+        {[&] { goWrong("3-4:cc=0xD5"); }, {"maker_unknown UNKNOWN"}},
+        {[&] { goWrong("3-4:cc=0xC3"); }, {"bmc_silent CRITICAL"}},
+        {[&] { goWrong("3-4:cc=0xFF"); }, {"bmc_silent CRITICAL"}},
+        {[&] { goWrong("3-4:length=1"); }, {"no_configuration_space CRITICAL"}},
         {[&] { goWrong("1:cc=0xC3"); }, {"bmc_silent CRITICAL"}},
+        {[&] { goWrong("1:cc=0xC1"); }, {"no_identity CRITICAL"}},
+        {[&] { goWrong("1:length=12"); }, {"no_identity CRITICAL"}},
+        {[&] { goWrong("1:length=17"); }, {"no_identity CRITICAL"}},
+        {[&] { goWrong("1:bytes=81@3"); }, {"bmc_updating WARNING"}},
         {[&] { goWrong("3:errno=EIO@send"); }, {"driver_fails CRITICAL"}},
         {[&] { goWrong("1+:slow=700"); }, {"bmc_slow UNKNOWN"}},
         {[&] { goWrong("1+:errno=EACCES@open"); }, {"device_denied UNKNOWN"}},
         {[&] {
              device.behave();
-             device.setNodePresent(false);
              shell("ip addr add 192.0.2.2/24 dev tav0");
          },
-         {"no_inventory CRITICAL", "no_device UNKNOWN"}},
+         {"no_inventory CRITICAL"}},
+        {[&] { device.setNodePresent(false); }, {"no_device UNKNOWN"}},
     };
+    std::set<std::string> keys;
     for (int number = 0; const Situation& situation : situations) {
         situation.arrange();
         EXPECT_EQ(findings(), situation.findings) << "situation " << number;
         ++number;
+        for (const std::string& finding : situation.findings) {
+            keys.insert(finding.substr(0, finding.find(' ')));
+        }
+    }
+    EXPECT_EQ(namesIn(chapter("Findings"), R"(`(\w+)`(?=[^|\n]*\| (WARNING|CRITICAL|UNKNOWN) ))"),
+              keys);
+}
+
+/// Names that programs rely on are those in the documentation, all of them.
+TEST_F(StatusOfServer, tellsProgramsWhatIsDocumented) {
+    become("nic-blade");
+    setVariable(522, "10.9.9.9"); // for a finding
+    const Status status = collectStatus(places);
+    EXPECT_EQ(namesIn(jsonText(status), R"re("(?!conf_)(\w+)": )re"),
+              namesIn(chapter("--json"), "`(\\w+)`"));
+    std::set<std::string> names = namesIn(metricsText(status), "# TYPE (\\w+)");
+    names.merge(namesIn(metricsText(status), R"re([{,](\w+)=")re"));
+    EXPECT_EQ(names, namesIn(chapter("--metrics"), "`(\\w+)`"));
+}
+
+TEST_F(StatusOfServer, saysWhoseTheTimerIsAsFarAsThatIsKnown) {
+    const std::pair<std::function<void()>, const char*> situations[] = {
+        {[&] {
+             setTimer({4, 0, 0, 0, 0x10, 0x27});
+         },
+         "the agent or another program (SMS/OS"},
+        {[&] { setVariable(66, "enabled"); }, "the agent (SMS/OS"},
+        {[&] { addProcess("18", "18 (bmc-watchdog) S 1 "); },
+         "the agent or another program (SMS/OS"},
+        {[&] { addProcess("17", "17 (tav_init) Z 1 "); },
+         "an agent that is gone or another program (SMS/OS"},
+    };
+    for (const auto& [arrange, owner] : situations) {
+        arrange();
+        EXPECT_THAT(statusText(collectStatus(places)),
+                    HasSubstr("\n  owner             " + std::string(owner)));
     }
 }
 
+/// What was only begun to be asked is not shown.
 TEST_F(StatusOfServer, endsInTimeWhateverTheBmcDoes) {
-    const std::pair<const char*, Reach> ways[] = {{"1+:silent", Reach::silent},
-                                                  {"9+:silent", Reach::silent},
-                                                  {"1+:slow=480", Reach::slow},
-                                                  {"1+:slow=4700", Reach::slow},
-                                                  {"20+:silent", Reach::silent}};
+    become("nic-blade");
+    const std::size_t ports = collectStatus(places).bmc.blade->ports.size();
+    const std::pair<const char*, Reach> ways[] = {
+        {"1+:silent", Reach::silent},  {"1+:slow=100", Reach::slow}, {"1+:slow=150", Reach::slow},
+        {"1+:slow=700", Reach::slow},  {"9+:silent", Reach::silent}, {"1+:slow=480", Reach::slow},
+        {"1+:slow=4700", Reach::slow}, {"20+:silent", Reach::silent}};
     for (const auto& [fault, reach] : ways) {
         goWrong(fault);
         exchanges.clear();
         const auto begin = clock.now;
-        EXPECT_EQ(collectStatus(places).bmc.reach, reach) << fault;
+        const Status status = collectStatus(places);
+        EXPECT_EQ(status.bmc.reach, reach) << fault;
         EXPECT_LE(clock.now - begin, std::chrono::seconds(10)) << fault;
+        EXPECT_FALSE(status.bmc.portRecord) << fault;
+        EXPECT_EQ(status.bmc.blade ? status.bmc.blade->ports.size() : ports, ports) << fault;
+        EXPECT_THAT(statusText(status), testing::Not(HasSubstr("no blade"))) << fault;
+        EXPECT_EQ(metricsText(status).find("tav_watchdog_wanted ") == std::string::npos,
+                  !status.bmc.confSpace.contains(66))
+            << fault;
         const auto silent = std::ranges::count_if(
             exchanges, [](const sim::Exchange& exchange) { return !exchange.response; });
         EXPECT_LE(silent, 1) << fault;
@@ -231,6 +309,22 @@ TEST_F(StatusOfServer, isCarefulWithWhatItDoesNotKnow) {
     const Status refused = collectStatus(places);
     EXPECT_EQ(exchanges.size(), 4U);
     EXPECT_EQ(showStatus(refused, Form::json).exitStatus, 0);
+    goWrong("3-4:cc=0xC0");
+    exchanges.clear();
+    EXPECT_THAT(statusText(collectStatus(places)),
+                testing::AllOf(HasSubstr("; unknown whether it answers to this build's number, "),
+                               HasSubstr("tavd.service is not enabled")));
+    const std::string wants = places.units + "/dev-ipmi0.device.wants";
+    std::filesystem::create_directory(wants);
+    std::filesystem::create_symlink("/nonexistent", wants + "/tavd.service");
+    EXPECT_EQ(exchanges.size(), 4U);
+    goWrong("1:length=12");
+    EXPECT_THAT(
+        jsonText(collectStatus(places)),
+        testing::AllOf(HasSubstr("\"auxiliary\": [],"), HasSubstr("\"service_enabled\": true")));
+    become("blade");
+    goWrong("6:cc=0xC9"); // the first LAN port: the agent asks for no other
+    EXPECT_THAT(collectStatus(places).bmc.blade->ports, testing::IsEmpty());
     device.behave();
     bmc.confSpace.values[513] = {'a', 0xFF, '"', '\n'};
     bmc.confSpace.values[67] = {1};
