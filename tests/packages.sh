@@ -71,10 +71,10 @@ same "identity of the agents" "$(identity deb)" "$(identity tar)"
 for page in "$work/tar/usr/share/man/man8/tav_init.8" "$work"/deb/usr/share/man/man8/tav_init.8.gz; do
     [[ $(zcat --force "$page") == *$'\n'".Os tav_init $version"$'\n'* ]]
 done
-marked() { [[ ${1,,} == $2 ]] && echo demonstration; } # TEXT PATTERN
-mark=$(marked "$(identity tar)" '* 32473') || true
+marked() { [[ ${1,,} != *"$2"* ]] || echo demonstration; } # TEXT WORD
+mark=$(marked "$(identity tar)." " 32473.")
 for text in "$(dpkg-deb --field "$deb" Description)" "$(rpm -qpi "$rpm")" "$tar"; do
-    same "mark of a demonstration" "$(marked "$text" '*demonstration*' || true)" "$mark"
+    same "mark of a demonstration" "$(marked "$text" demonstration)" "$mark"
 done
 
 # Hardening. Debian's start files of the C library carry no marks of control-flow protection, so the
