@@ -77,6 +77,7 @@ tests/manual.sh
 
 build release
 start_suite release '*'
+build portable
 [[ $without ]] || start_test -10 machines tests/vm/run.sh # whose clock is fast
 cmake --preset clang >/dev/null
 start_test 15 clang-tidy scripts/tidy.sh

@@ -13,7 +13,8 @@ vm_packages=(qemu-system-x86 ovmf busybox-static cpio dpkg xz-utils util-linux)
 vm_bench_packages=(ipmitool freeipmi-bmc-watchdog strace time)
 
 # To make packages of it (scripts/package.sh).
-package_packages=(debhelper dpkg-dev fakeroot lintian pkg-config systemd udev)
+package_packages=(debhelper dpkg-dev fakeroot lintian pkg-config systemd udev rpm devscripts binutils
+    busybox-static)
 
 # To put faults into the sources and see whether the tests notice (tests/mutants.py).
 mutant_packages=(python3)

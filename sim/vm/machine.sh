@@ -46,7 +46,7 @@ vm_make_root() { # PROGRAM...
     cp /bin/busybox "$root/bin/busybox"
     for program in "$@"; do
         cp "$program" "$root/bin/"
-        for library in $(ldd "$program" | grep -o '/[^ ]*'); do
+        for library in $(ldd "$program" | grep -o '/[^ ]*' || true); do
             install -D --mode=755 "$library" "$root$library"
         done
     done

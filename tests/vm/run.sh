@@ -1,6 +1,7 @@
 #!/bin/bash
 # Runs tav_init as it is in virtual machines, where it talks through Linux' own IPMI driver and a KCS
-# interface to the simulated BMC. Needs the release build and the packages of the virtual machine.
+# interface to the simulated BMC: first the portable one, then, in all modes, the one that shares libc.
+# Needs the builds release and portable and the packages of the virtual machine.
 #   tests/vm/run.sh [ROUNDS of a hundred looks with tav_status at a busy daemon]
 set -Eeuo pipefail
 trap 'echo "FAILED: ${BASH_SOURCE[0]}, line $LINENO" >&2' ERR
@@ -82,8 +83,8 @@ low_memory='dd if=/dev/mem of=/tmp/low bs=64k skip=15 count=1 2>/dev/null && tes
 kernels_table=/sys/firmware/dmi/tables/smbios_entry_point
 
 echo "# Who the machine is"
-vm_prepare build/release/tools build/release/src/sbin/tav_init build/release/tools/tav_trace \
-    build/release/tools/tav_status /usr/bin/flock
+programs=(build/release/tools/tav_{trace,status} /usr/bin/flock)
+vm_prepare build/release/tools build/portable/src/sbin/tav_init "${programs[@]}"
 # Without sysfs there is nothing but the entry point in low memory.
 check_blade BIOS "$low_memory && grep -q _SM_ /tmp/low && umount /sys"
 check_blade "UEFI, 32 bit" "$low_memory && ! grep -q _SM /tmp/low && grep -q _SM_ $kernels_table" \
@@ -112,6 +113,8 @@ vm_off
 bmc_stop
 
 echo "# A day of a server, ten times as fast"
+rm -r "$vm_folder/root"
+vm_make_root build/release/src/sbin/tav_init "${programs[@]}"
 vm_speed=10
 bmc_options=(--watchdog 240 --speed $vm_speed)
 bmc_start --machine nic "${bmc_options[@]}"
