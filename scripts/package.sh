@@ -1,14 +1,20 @@
 #!/bin/bash
 # Makes the packages under build/packages: .debs for this distribution, .rpm and .tar.gz of the portable
 # agent for every other, and looks at them. With the maker's IANA enterprise number as argument they are
-# for that maker's BMCs, without it they are marked as a demonstration.
+# for that maker's BMCs, without it they are marked as a demonstration. With --test it then boots a
+# Debian in a virtual machine and looks whether the installed service does what it should.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
+test=
+if [[ ${1-} == --test ]]; then
+    test=yes
+    shift
+fi
 number=${1-}
 if [[ $number && ! $number =~ ^[1-9][0-9]*$ ]]; then
-    echo "usage: scripts/package.sh [NUMBER]" >&2
+    echo "usage: scripts/package.sh [--test] [NUMBER]" >&2
     exit 2
 fi
 install_packages "${build_packages[@]}" "${package_packages[@]}"
@@ -73,3 +79,6 @@ systemd-analyze security --offline=true --threshold=15 "$units/tavd.service" | t
 lintian --allow-root --fail-on error,warning build/packages/*.deb
 tests/packages.sh build/packages "$work/source/build/portable/src/libtav.a"
 ls -l build/packages
+if [[ $test ]]; then
+    tests/vm/service.sh
+fi

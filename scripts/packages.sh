@@ -9,6 +9,8 @@ check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev libgte
     libbenchmark-dev binutils strace mandoc prometheus prometheus-node-exporter tshark)
 # To run it in virtual machines.
 vm_packages=(qemu-system-x86 ovmf busybox-static cpio dpkg xz-utils util-linux)
+# To boot a Debian with the packages there.
+service_packages=(mmdebstrap e2fsprogs kmod coreutils)
 # To measure it there beside other programs.
 vm_bench_packages=(ipmitool freeipmi-bmc-watchdog strace time)
 

@@ -5,13 +5,18 @@ vm_patience=180 # seconds until the machine must have done what it was told
 
 # Debian's kernel, kept under build/vm, and a root file system around the named programs.
 vm_prepare() { # FOLDER-OF-TAV_BMCD PROGRAM...
+    vm_bmcd=$1/tav_bmcd
+    shift
+    vm_make_folder
+    vm_fetch_kernel
+    vm_make_root "$@"
+}
+
+# For all that belongs to the machine, which goes when this shell ends.
+vm_make_folder() {
     vm_folder=$(mktemp -d /tmp/tav_vm.XXXXXX)
     trap vm_clean_up EXIT
     trap 'exit 1' TERM # so that the trap for the end runs
-    vm_bmcd=$1/tav_bmcd
-    shift
-    vm_fetch_kernel
-    vm_make_root "$@"
 }
 
 # The package is unpacked, not installed.
@@ -43,6 +48,7 @@ vm_make_root() { # PROGRAM...
     mkdir -p "$root"/{bin,dev,proc,sys,run,tmp,var/log,lib/modules,etc}
     ln -s ../run "$root/var/run"
     install sim/vm/init "$root/init"
+    install sim/vm/commands "$root/commands"
     cp /bin/busybox "$root/bin/busybox"
     for program in "$@"; do
         cp "$program" "$root/bin/"
@@ -55,7 +61,11 @@ vm_make_root() { # PROGRAM...
         cp "$modules/$module".ko* "$root/lib/modules/"
     done
     find "$root/lib/modules" -name '*.xz' -exec xz --decompress {} +
-    (cd "$root" && find . | cpio --quiet --create --format=newc) >"$vm_folder/initramfs"
+    vm_pack_initramfs "$root"
+}
+
+vm_pack_initramfs() { # ROOT
+    (cd "$1" && find . | cpio --quiet --create --format=newc) >"$vm_folder/initramfs"
 }
 
 # A simulated BMC of its own; what it prints goes to $bmc_log.
@@ -94,7 +104,7 @@ bmc_stop() {
 # faster: the kernel is told that the processor's time stamp counter, which has $vm_tsc_khz, is that
 # much slower. The timers that its drivers wait with keep the real pace.
 vm_boot() { # QEMU's options
-    local command_line="console=ttyS0 quiet panic=-1"
+    local command_line="console=ttyS0 quiet panic=-1 ${vm_kernel_options-}"
     if [[ -n ${vm_speed-} ]]; then
         command_line+=" tsc=reliable clocksource=tsc highres=off nohz=off"
         command_line+=" tsc_early_khz=$((vm_tsc_khz / vm_speed))"
@@ -149,6 +159,10 @@ guest() {
 
 vm_off() {
     printf '0 11 poweroff -f\n' >&"$to_guest"
+    vm_await_off
+}
+
+vm_await_off() {
     vm_await_end "$vm"
     vm=
     exec {to_guest}>&- {from_guest}<&-
