@@ -5,7 +5,7 @@ build_packages=(cmake g++ ninja-build libpcap0.8-dev linux-libc-dev nlohmann-jso
 # To run the agent against the simulated BMC in a network namespace of its own.
 demo_packages=(iproute2 util-linux)
 # To check everything.
-check_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev libgtest-dev libgmock-dev
+check_packages=(clang clang-format clang-tidy libclang-rt-dev libgtest-dev libgmock-dev
     libbenchmark-dev binutils strace mandoc prometheus prometheus-node-exporter tshark)
 # To run it in virtual machines.
 vm_packages=(qemu-system-x86 ovmf busybox-static cpio dpkg xz-utils util-linux)
