@@ -71,7 +71,7 @@ fi
 unshare --net --mount --pid --uts --fork true # without namespaces most tests would be skipped
 
 step "format, rooms and manuals"
-git ls-files '*.h' '*.cpp' | xargs clang-format-14 --dry-run -Werror
+git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 scripts/rooms.sh
 tests/manual.sh
 

@@ -30,7 +30,9 @@ digest() { # FILE
     digests[$1]=$(sha256sum <<<"$all")
 }
 
-installed=$(dpkg-query --show "${build_packages[@]}" "${check_packages[@]}")
+# Some of them only stand for those of the present version.
+installed=$(dpkg-query --show "${build_packages[@]}" "${check_packages[@]}" \
+    'clang-tidy-[0-9]*' 'libstdc++-[0-9]*-dev')
 commands=() # entries of a compilation database
 changed=()  # FILE NAME-WHEN-CLEAN [CHECKS]
 
@@ -67,5 +69,5 @@ done
 echo "units to look at: ${#changed[@]} of ${#commands[@]}"
 # From the end, where the tests are, which take longest.
 printf '%s\n' "${changed[@]}" | tac | xargs -r -P "$(nproc)" -L 1 sh -c \
-    'clang-tidy-14 -p "$0" --quiet --checks="$3" "$1" && touch "$2"' "$clean" 2>&1 |
+    'clang-tidy -p "$0" --quiet --checks="$3" "$1" && touch "$2"' "$clean" 2>&1 |
     { grep -v 'warnings generated' || true; }

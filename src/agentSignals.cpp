@@ -13,8 +13,9 @@ namespace {
 constexpr std::array terminationSignals{SIGTERM, SIGHUP, SIGINT};
 constexpr std::array otherSignals{SIGALRM, SIGUSR1, SIGCHLD};
 
-std::atomic<bool> endNoted{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "handlers write it");
+// Not bool: a byte alone may need a lock (riscv64 with g++ 12).
+std::atomic<int> endNoted{0};
+static_assert(std::atomic<int>::is_always_lock_free, "handlers write it");
 
 sigset_t agentSet() noexcept {
     sigset_t set;
@@ -83,11 +84,11 @@ bool install(void (*handler)(int), std::initializer_list<int> signals) noexcept 
 }
 
 void noteEnd() noexcept {
-    endNoted = true;
+    endNoted = 1;
 }
 
 bool endRequested() noexcept {
-    if (endNoted) {
+    if (endNoted != 0) {
         return true;
     }
     sigset_t pending;

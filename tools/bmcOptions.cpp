@@ -46,10 +46,10 @@ void takeConnected(BmcOptions& options, const std::string& text) {
     options.connected = text == "yes";
 }
 
-const Option& findOption(const std::vector<Option>& known, const std::string& name) {
+const Option& findOption(const std::vector<Option>& known, std::string_view name) {
     const auto found = std::ranges::find(known, name, &Option::name);
     if (found == known.end()) {
-        throw UsageError("unknown option '" + name + "'");
+        throw UsageError("unknown option '" + std::string(name) + "'");
     }
     return *found;
 }
