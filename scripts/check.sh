@@ -73,7 +73,7 @@ unshare --net --mount --pid --uts --fork true # without namespaces most tests wo
 step "format, rooms and manuals"
 git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 scripts/rooms.sh
-tests/manual.sh
+scripts/manual.sh
 
 build release
 start_suite release '*'

@@ -77,7 +77,7 @@ cp packaging/examples/tavd-trace.conf "$units/tavd.service.d/"
 systemd-analyze verify --man=no "$units/tavd.service"
 systemd-analyze security --offline=true --threshold=15 "$units/tavd.service" | tail -n 1
 lintian --allow-root --fail-on error,warning build/packages/*.deb
-tests/packages.sh build/packages "$work/source/build/portable/src/libtav.a"
+packaging/check.sh build/packages "$work/source/build/portable/src/libtav.a"
 ls -l build/packages
 if [[ $test ]]; then
     tests/vm/service.sh

@@ -8,79 +8,14 @@ trap 'echo "FAILED: ${BASH_SOURCE[0]}, line $LINENO" >&2' ERR
 cd "$(dirname "$0")/../.."
 source scripts/packages.sh
 source sim/vm/machine.sh
+source sim/vm/debian.sh
 source tests/vm/checks.sh
 
 packages=${1-build/packages}
 agent_package=$(echo "$packages"/tav-init_*.deb)
 tools_package=$(echo "$packages"/tav-init-tools_*.deb)
-suite=bookworm
-# All that is in the machine: what minimal systems have, and the libraries of the packages.
-system=(systemd-sysv udev kmod iproute2 init-system-helpers libstdc++6 libpcap0.8)
-# Of no use in it; some would fail.
-masked=(getty.target systemd-logind.service systemd-timesyncd.service e2scrub_reap.service
-    e2scrub_all.timer apt-daily.timer apt-daily-upgrade.timer dpkg-db-backup.timer fstrim.timer
-    systemd-random-seed.service systemd-update-utmp.service)
 vm_patience=600 # an emulated machine boots in half a minute, beside others in minutes
 patience=240
-
-# The system as an archive, kept under build/vm.
-fetch_system() {
-    local made
-    system_archive=build/vm/$suite-$(md5sum <<<"${system[*]}" | cut -c 1-8).tar
-    if [[ -e $system_archive ]]; then
-        return
-    fi
-    made=$(mktemp "$PWD/build/vm/.new.XXXXXX")
-    mmdebstrap --quiet --variant=essential --format=tar --include="${system[*]}" "$suite" - >"$made" ||
-        { rm "$made"; return 1; }
-    mv "$made" "$system_archive" # whole or not at all
-}
-
-# Copies the named modules, and those that they need, to a folder that has the layout of /. Prints
-# their paths below that, in the order in which they can be loaded.
-copy_modules() { # FOLDER MODULE...
-    local folder=$1 file
-    shift
-    modprobe --dirname "$vm_kernel" --set-version "$vm_version" --show-depends --all "$@" |
-        sed -n "s|^insmod $vm_kernel/\([^ ]*\).*|\1|p" | awk '!seen[$0]++' |
-        while read -r file; do
-            install -D --mode=644 "$vm_kernel/$file" "$folder/$file"
-            case $file in *.xz) xz --decompress "$folder/$file" ;; esac
-            echo "${file%.xz}"
-        done
-}
-
-make_disk() {
-    local root=$vm_folder/disk_root unit
-    mkdir "$root"
-    tar -xf "$system_archive" -C "$root"
-    copy_modules "$root" ipmi_si ipmi_devintf ipmi_watchdog >/dev/null
-    cp "$vm_kernel/lib/modules/$vm_version"/modules.{order,builtin,builtin.modinfo} \
-        "$root/lib/modules/$vm_version/"
-    depmod --basedir "$root" "$vm_version"
-    cp "$agent_package" "$root/root/agent.deb"
-    cp "$tools_package" "$root/root/tools.deb"
-    make_next_version "$root/root/next.deb"
-    install sim/vm/commands "$root/usr/local/sbin/"
-    # Not stopped at shutdown, so that every command gets its answer.
-    cat >"$root/etc/systemd/system/commands.service" <<'UNIT'
-[Unit]
-DefaultDependencies=no
-After=sysinit.target
-[Service]
-ExecStart=/usr/local/sbin/commands
-UNIT
-    mkdir -p "$root/etc/systemd/system/multi-user.target.wants"
-    ln -s ../commands.service "$root/etc/systemd/system/multi-user.target.wants/"
-    for unit in "${masked[@]}"; do
-        ln -sf /dev/null "$root/etc/systemd/system/$unit"
-    done
-    echo host >"$root/etc/hostname"
-    vm_disk=$vm_folder/disk
-    truncate --size=1G "$vm_disk"
-    mke2fs -q -t ext4 -O ^has_journal -d "$root" "$vm_disk"
-    rm -rf "$root"
-}
 
 # The same package with a higher version.
 make_next_version() { # FILE
@@ -91,15 +26,6 @@ make_next_version() { # FILE
     rm -rf "$contents"
 }
 
-make_disk_initramfs() {
-    local root=$vm_folder/root
-    mkdir -p "$root"/{bin,dev,root}
-    install tests/vm/disk-init "$root/init"
-    cp /bin/busybox "$root/bin/busybox"
-    copy_modules "$root" virtio_pci virtio_blk crc32c_generic ext4 dummy >"$root/modules"
-    vm_pack_initramfs "$root"
-}
-
 prepare() {
     install_packages "${vm_packages[@]}" "${service_packages[@]}"
     vm_make_folder
@@ -107,13 +33,11 @@ prepare() {
     dpkg-deb --extract "$tools_package" "$vm_folder/tools"
     tools=$vm_folder/tools/usr/bin
     vm_bmcd=$tools/tav_bmcd
-    vm_version=$(basename "$vm_kernel"/lib/modules/*)
-    if [[ ! -e $vm_kernel/lib/modules/$vm_version/modules.dep ]]; then
-        depmod --basedir "$vm_kernel" "$vm_version"
-    fi
-    fetch_system
-    make_disk
-    make_disk_initramfs
+    mkdir "$vm_folder/files"
+    cp "$agent_package" "$vm_folder/files/agent.deb"
+    cp "$tools_package" "$vm_folder/files/tools.deb"
+    make_next_version "$vm_folder/files/next.deb"
+    vm_prepare_debian "$vm_folder"/files/*
 }
 
 boot() { # QEMU's options

@@ -1,7 +1,7 @@
 #!/bin/bash
 # Looks at what scripts/package.sh made: one version and maker's number in all, hardened, and what the
 # .rpm and the .tar.gz do in a root folder that is empty but for a shell.
-#   tests/packages.sh FOLDER ARCHIVE-OF-THE-PORTABLE-AGENT'S-OBJECTS
+#   packaging/check.sh FOLDER ARCHIVE-OF-THE-PORTABLE-AGENT'S-OBJECTS
 set -Eeuo pipefail
 trap 'echo "FAILED: ${BASH_SOURCE[0]}, line $LINENO: $BASH_COMMAND" >&2' ERR
 packages=$(realpath "$1")
