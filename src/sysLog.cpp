@@ -39,7 +39,8 @@ bool logTakesLine() noexcept {
 
 /// Over a connection of its own: a socket's buffer is charged with all that was sent through it and
 /// nobody has read, and a full one makes syslog(3) wait as well, however much room the queue has.
-void writeLine(int priority, const char* format, va_list arguments) noexcept {
+__attribute__((format(printf, 2, 0))) void writeLine(int priority, const char* format,
+                                                     va_list arguments) noexcept {
     const std::lock_guard held(lineLock);
     ::closelog();
     ::openlog(identity.ident, identity.options, identity.facility);

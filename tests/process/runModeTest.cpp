@@ -303,7 +303,7 @@ TEST_F(RunMode, closedStandardStreamsDoNoHarm) {
     EXPECT_EQ(contentOf(pidFile()), std::to_string(pid) + "\n");
     EXPECT_EQ(stop(pid).code(), 0);
     const std::string calls = root() + "/calls";
-    run({"strace", "-o", calls, "-e", "write", "sh", "-c", "exec " TAV_INIT " -x <&- >&- 2>&-"});
+    run({"strace", "-o", calls, "-e", "write", "sh", "-c", "exec $0 -x <&- >&- 2>&-", TAV_INIT});
     EXPECT_THAT(contentOf(calls), AllOf(HasSubstr("write(2, \"Usage"), Not(HasSubstr("EBADF"))));
 }
 

@@ -201,10 +201,9 @@ TEST_F(Cycle, noRestartIsMissedOnASlowBmc) {
     for (const auto& [machine, mac, interfaces, addresses, ports] : cases) {
         SCOPED_TRACE(std::string(machine) + ", interfaces: " + std::to_string(interfaces));
         addInterfaces(interfaces);
-        const std::string last = " dev tav" + std::to_string(interfaces);
-        shell("ip link set address " + std::string(mac) + last + " up; for i in $(seq " +
-              std::to_string(addresses) + "); do ip addr add 2001:db8::$i/64 nodad" + last +
-              "; done");
+        shell("d=tav" + std::to_string(interfaces) + "; ip link set $d address " + mac +
+              " up; for i in $(seq " + std::to_string(addresses) +
+              "); do ip addr add 2001:db8::$i/64 nodad dev $d; done");
         become(machine);
         if (ports != 0) {
             sim::PortInformation record{.modules = {{}}};
