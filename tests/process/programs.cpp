@@ -95,7 +95,7 @@ int End::code() const {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-Programs::Programs() : folder(std::filesystem::temp_directory_path() / "tavXXXXXX") {
+Programs::Programs() : folder("/run/tavXXXXXX") {
     EXPECT_NE(::mkdtemp(folder.data()), nullptr);
     log();
     logLines.clear();
