@@ -73,7 +73,9 @@ for page in "$work/tar/usr/share/man/man8/tav_init.8" "$work"/deb/usr/share/man/
 done
 marked() { [[ ${1,,} != *"$2"* ]] || echo demonstration; } # TEXT WORD
 mark=$(marked "$(identity tar)." " 32473.")
-for text in "$(dpkg-deb --field "$deb" Description)" "$(rpm -qpi "$rpm")" "$tar"; do
+tools=$(echo "$packages"/tav-init-tools_"$version"_*.deb)
+for text in "$(dpkg-deb --field "$deb" Description)" "$(dpkg-deb --field "$tools" Description)" \
+    "$(rpm -qpi "$rpm")" "$tar"; do
     same "mark of a demonstration" "$(marked "$text" demonstration)" "$mark"
 done
 

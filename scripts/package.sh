@@ -17,6 +17,7 @@ if [[ $number && ! $number =~ ^[1-9][0-9]*$ ]]; then
     echo "usage: scripts/package.sh [--test] [NUMBER]" >&2
     exit 2
 fi
+[[ $number != 32473 ]] || number= # no maker's: a demonstration
 install_packages "${build_packages[@]}" "${package_packages[@]}"
 
 work=$(mktemp -d /tmp/tav_package.XXXXXX)

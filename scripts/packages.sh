@@ -12,7 +12,7 @@ check_packages=("${test_packages[@]}" clang-format clang-tidy binutils strace ma
 # To run it in virtual machines.
 vm_packages=(qemu-system-x86 ovmf busybox-static cpio dpkg xz-utils util-linux)
 # To boot a Debian with the packages there.
-service_packages=(mmdebstrap e2fsprogs kmod coreutils)
+service_packages=(mmdebstrap e2fsprogs kmod coreutils iproute2 libpcap0.8)
 # To measure it there beside other programs.
 vm_bench_packages=(ipmitool freeipmi-bmc-watchdog strace time)
 

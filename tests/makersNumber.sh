@@ -7,7 +7,7 @@ trap 'rm -rf "$work"' EXIT
 
 # Sets $status and $said, which CMake breaks into lines.
 configure() { # NUMBER
-    said=$(cmake -S "$source" -B "$work" -DTAV_IANA_ENTERPRISE_NUMBER="$1" 2>&1) && status=0 || status=$?
+    said=$(cmake -G Ninja -S "$source" -B "$work" -DTAV_IANA_ENTERPRISE_NUMBER="$1" 2>&1) && status=0 || status=$?
     said=$(tr -s '\n ' ' ' <<<"$said")
 }
 
