@@ -1,9 +1,8 @@
 #!/bin/bash
 # Runs clang-tidy over the sources as the preset clang compiles them, several at a time: most of its
-# price is the system's headers. Its path-sensitive checks, which only look into the file that is
-# compiled, see the agent's sources one by one. What was found clean is looked at again only when it
-# changed: a source, one of the project's headers in it, how it is compiled, the configuration, or
-# what is installed.
+# price is the system's headers. Its path-sensitive checks look at the agent's sources. What was found
+# clean is looked at again only when it changed: a source, one of the project's headers in it, how it
+# is compiled, the configuration, or what is installed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
@@ -48,16 +47,11 @@ look_at() { # FILE CHECKS COMMAND
 while read -r command && read -r file; do
     path=${file#"$PWD/"}
     case $path in
-    */Unity/*)
-        look_at "$path" '-clang-analyzer-*' "$command"
-        for file in $(sed -n 's/^#include "\(.*\)"/\1/p' "$path"); do
-            case ${file#"$PWD/"} in src/*)
-                look_at "${file#"$PWD/"}" '-*,clang-analyzer-*' "${command/"$PWD/$path"/"$file"}" ;;
-            esac
-        done ;;
-    *)
-        # Some are parts of several targets: the first is their own.
-        [[ -v digests[$path] ]] || look_at "$path" '' "$command" ;;
+    # What such a unit includes, its sources, too, are headers to clang.
+    build/clang/src/*) look_at "$path" '' "$command -Xclang -analyzer-opt-analyze-headers" ;;
+    */Unity/*) look_at "$path" '-clang-analyzer-*' "$command" ;;
+    # Some are parts of several targets: the first is their own.
+    *) [[ -v digests[$path] ]] || look_at "$path" '' "$command" ;;
     esac
 done < <(sed -n 's/^ *"\(command\|file\)": "\(.*\)",\?$/\2/p' build/clang/compile_commands.json)
 

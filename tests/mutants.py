@@ -3,7 +3,8 @@
     tests/mutants.py SEED COUNT [-j JOBS] [--files GLOB] [--quick]
 Runs as root, like the tests. The tree is only read: what is faulty is compiled and linked in a
 folder of its own with the other objects of build/mutants. A fault that does not compile does not
-count; tests that die or take too long have noticed it. The thousand-fold loops of the process tests
+count, nor one whose result is left to chance and which compilers refuse in the agent's own build: a
+value that is not returned. Tests that die or take too long have noticed it. The thousand-fold loops of the process tests
 come last, for what nothing else noticed, and with --quick not at all."""
 import argparse, concurrent.futures, glob, json, os, random, re, shlex, signal, subprocess, tempfile
 
@@ -86,7 +87,7 @@ def run(command, seconds, folder=None):
 def prepared():
     subprocess.run(["cmake", "-GNinja", "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug", "-DTAV_TESTS=ON",
                     "--log-level=ERROR",
-                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"],
+                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -Werror=return-type", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"],
                    stdout=subprocess.DEVNULL, check=True)
     ninja = ["ninja", "-C", BUILD, "--quiet"]
     subprocess.run([*ninja, "tav_unit_tests", "tav_process_tests"], check=True)

@@ -1,5 +1,6 @@
 #include "replayDevice.h"
 
+#include "madeUpDevice.h"
 #include "requestAddress.h"
 
 #include <algorithm>
@@ -14,9 +15,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr const char* node = "/dev/ipmi0";
-constexpr int lowestDescriptor = 100; // made up, and no real one's
-
 /// What both sides have of a request, whatever else is known of it.
 auto requestOf(const Exchange& exchange) {
     return std::tie(exchange.addressType, exchange.slaveAddress, exchange.lun, exchange.netfn,
@@ -25,14 +23,6 @@ auto requestOf(const Exchange& exchange) {
 
 bool failsAt(DeviceCall call, const Exchange& exchange) {
     return exchange.failedCall == call;
-}
-
-milliseconds spanOf(const timeval& budget) {
-    return std::chrono::seconds(budget.tv_sec) + milliseconds(budget.tv_usec / 1000);
-}
-
-timeval toTimeval(milliseconds span) {
-    return {span.count() / 1000, span.count() % 1000 * 1000};
 }
 
 /// An event or command, of which only the kind is recorded.
@@ -149,18 +139,19 @@ void ReplayDevice::compare(const Exchange& asked) const {
 
 int ReplayDevice::waitForRecord(Descriptor& waiter, fd_set& readable, timeval& budget) {
     const Exchange& exchange = waiter.exchange;
+    const auto left = std::chrono::floor<milliseconds>(spanOf(budget));
     const bool othersLeft = waiter.othersGiven < exchange.otherRecords.size();
     if (!othersLeft && !waiter.finished && failsAt(DeviceCall::wait, exchange)) {
         return -exchange.error;
     }
     const bool answered = exchange.response || failsAt(DeviceCall::receive, exchange);
     if (othersLeft || (!waiter.finished && answered)) {
-        const milliseconds took = std::min(exchange.endedAt - exchange.sentAt, spanOf(budget));
+        const milliseconds took = std::min(exchange.endedAt - exchange.sentAt, left);
         clock.advanceToRecorded(exchange.sentAt + took);
-        budget = toTimeval(spanOf(budget) - took);
+        budget = toTimeval(left - took);
         return 1;
     }
-    clock.pass(spanOf(budget));
+    clock.pass(left);
     budget = {};
     FD_ZERO(&readable);
     return 0;

@@ -1,5 +1,6 @@
 #include "simDevice.h"
 
+#include "madeUpDevice.h"
 #include "requestAddress.h"
 
 #include <algorithm>
@@ -18,9 +19,6 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-constexpr const char* node = "/dev/ipmi0";
-// Above what a process normally has open, so that a mix-up with a real descriptor shows.
-constexpr int lowestDescriptor = 100;
 constexpr std::size_t eventLength = 16; // a System Event Log record
 
 milliseconds latency(const Fault* slow) {
@@ -42,17 +40,6 @@ Bytes serveBy(Bmc& bmc, const Exchange& asked) {
     return asked.addressType == IPMI_IPMB_ADDR_TYPE
                ? bmc.forward(asked.slaveAddress, asked.netfn, asked.cmd, asked.request)
                : bmc.answer(asked.netfn, asked.lun, asked.cmd, asked.request);
-}
-
-void subtract(timeval& budget, microseconds passed) {
-    constexpr std::int64_t perSecond = 1000000;
-    const std::int64_t left = budget.tv_sec * perSecond + budget.tv_usec - passed.count();
-    budget.tv_sec = left / perSecond;
-    budget.tv_usec = left % perSecond;
-}
-
-microseconds spanOf(const timeval& budget) {
-    return std::chrono::seconds(budget.tv_sec) + microseconds(budget.tv_usec);
 }
 
 } // namespace
@@ -147,7 +134,7 @@ int SimDevice::wait(int fd, fd_set& readable, timeval& budget) noexcept {
             errno = EINTR;
             return -1;
         }
-        subtract(budget, span);
+        budget = toTimeval(left - span);
     }
 }
 

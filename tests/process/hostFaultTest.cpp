@@ -117,7 +117,7 @@ TEST_F(HostFault, everySystemCall) {
     for (const char* text :
          {"unable to create a new session", "unable to change directory", "freopen on stdin",
           "freopen on stdout", "freopen on stderr", "unable to fork daemon", "wait for the daemon",
-          "unable to write the pid file", "unable to remove file", "SIOCGIFCONF failed",
+          "unable to write the pid file", "3: unable to remove file /", "SIOCGIFCONF failed",
           "unable to tell whether a daemon is running", "unable to wait for the next pass",
           "unable to wait for a signal"}) {
         EXPECT_THAT(texts, testing::Contains(testing::HasSubstr(text)));

@@ -123,7 +123,9 @@ TEST_F(RunMode, withoutADeviceThereIsNothingToDo) {
         const End end = run({TAV_INIT, option});
         EXPECT_EQ(end.code(), 1);
         EXPECT_EQ(end.error, "");
-        EXPECT_THAT(logTexts().back(), HasSubstr("Open failed: No such file or directory"));
+        const LogLine line = log().back();
+        EXPECT_THAT(line.text, HasSubstr("Open failed: No such file or directory"));
+        EXPECT_EQ(line.ident == "TAVD", option == std::string("-s")) << line.ident;
     }
 }
 

@@ -130,7 +130,7 @@ TEST(ReplayClock, wakesADaemonWhenTheRecordDoes) {
     });
 }
 
-const sim::RecordHeader header{
+const sim::RecordHeader fileHeader{
     .program = "test \"1\" \\x41",
     .started = "now",
     .kernel = "Linux \n",
@@ -181,13 +181,13 @@ TEST(RecordFile, ofAnyHostCanBeRead) {
 
 /// A record that is cut anywhere is read up to there.
 TEST(RecordFile, isReadAsFarAsItGoes) {
-    const std::string head = sim::recordHeaderText(header);
+    const std::string head = sim::recordHeaderText(fileHeader);
     const std::string all = head + lines + "end 4\n";
     for (std::size_t length = head.size(); length <= all.size(); ++length) {
         const std::string part = all.substr(head.size(), length - head.size());
         std::istringstream text(head + part);
         sim::RecordReader reader(text);
-        EXPECT_EQ(reader.header(), header);
+        EXPECT_EQ(reader.header(), fileHeader);
         std::ptrdiff_t steps = 0;
         while (const auto step = reader.next()) {
             ++steps;
@@ -223,7 +223,7 @@ TEST(RecordFile, thatIsDamagedSaysWhere) {
         {"end 4", "end 5", "line 19: ends a record with another number of exchanges"},
     };
     for (const auto& [from, to, error] : cases) {
-        std::string all = sim::recordHeaderText(header) + lines + "end 4\n";
+        std::string all = sim::recordHeaderText(fileHeader) + lines + "end 4\n";
         all.replace(all.find(from), from.size(), to);
         EXPECT_THAT(errorOf([&all] {
                         std::istringstream text(all);

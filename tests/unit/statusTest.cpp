@@ -21,6 +21,9 @@ using testing::HasSubstr;
 
 namespace {
 
+constexpr unsigned char smsOs = 4;
+constexpr unsigned char hardReset = 1;
+
 /// A host with one address and an agent at work, by a folder that stands for /proc.
 class StatusOfServer : public Rig {
   public:
@@ -41,8 +44,9 @@ class StatusOfServer : public Rig {
         std::filesystem::create_directories(places.processes + "/" + number);
         writeFile(places.processes + "/" + number + "/stat", stat);
     }
-    void setTimer(std::initializer_list<unsigned char> setting) {
-        bmc.watchdog.set(std::vector<unsigned char>(setting));
+    /// Starts it with 1,000 seconds to go.
+    void startTimer(unsigned char use, unsigned char action, unsigned char clearExpired = 0) {
+        bmc.watchdog.set(std::vector<unsigned char>{use, action, 0, clearExpired, 0x10, 0x27});
         bmc.watchdog.reset({});
     }
     /// As "KEY severity".
@@ -109,8 +113,6 @@ TEST_F(StatusOfServer, onlyReadsAndAsksNothingTwice) {
 }
 
 TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
-    constexpr unsigned char smsOs = 4;
-    constexpr unsigned char hardReset = 1;
     const unsigned char nicMac[] = {2, 0, 0, 0, 0, 0x11};
     struct Situation {
         std::function<void()> arrange;
@@ -128,13 +130,8 @@ TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
          },
          {}},
         {[&] { setVariable(66, "enabled"); }, {"watchdog_not_kept CRITICAL"}},
-        {[&] {
-             setTimer({smsOs, 0, 0, 0, 0x10, 0x27});
-         },
-         {}},
-        {[&] {
-             setTimer({smsOs, hardReset, 0, 0, 0x10, 0x27});
-         },
+        {[&] { startTimer(smsOs, 0); }, {}},
+        {[&] { startTimer(smsOs, hardReset); },
          {"foreign_timer CRITICAL", "watchdog_not_kept CRITICAL"}},
         {[&] {
              setVariable(66, "disabled");
@@ -146,7 +143,7 @@ TEST_F(StatusOfServer, tellsWhatIsWrongInEachSituation) {
         {[&] { clock.now += std::chrono::hours(1); },
          {"watchdog_expired WARNING", "stale_pid_file WARNING", "agent_not_running WARNING"}},
         {[&] {
-             setTimer({smsOs, 0, 0, 0x10, 0x10, 0x27});
+             startTimer(smsOs, 0, 1U << smsOs);
              setVariable(66, "enabled");
              addProcess("17", "17 (tav_init) S 1 ");
          },
@@ -218,10 +215,7 @@ TEST_F(StatusOfServer, tellsProgramsWhatIsDocumented) {
 
 TEST_F(StatusOfServer, saysWhoseTheTimerIsAsFarAsThatIsKnown) {
     const std::pair<std::function<void()>, const char*> situations[] = {
-        {[&] {
-             setTimer({4, 0, 0, 0, 0x10, 0x27});
-         },
-         "the agent or another program (SMS/OS"},
+        {[&] { startTimer(smsOs, 0); }, "the agent or another program (SMS/OS"},
         {[&] { setVariable(66, "enabled"); }, "the agent (SMS/OS"},
         {[&] { addProcess("18", "18 (bmc-watchdog) S 1 "); },
          "the agent or another program (SMS/OS"},
