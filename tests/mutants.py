@@ -3,9 +3,9 @@
     tests/mutants.py SEED COUNT [-j JOBS] [--files GLOB] [--quick]
 Runs as root, like the tests. The tree is only read: what is faulty is compiled and linked in a
 folder of its own with the other objects of build/mutants. A fault that does not compile does not
-count, nor one whose result is left to chance and which compilers refuse in the agent's own build: a
-value that is not returned. Tests that die or take too long have noticed it. The thousand-fold loops of the process tests
-come last, for what nothing else noticed, and with --quick not at all."""
+count, and a value that is not returned is none that compiles, as in the agent's own build; tests
+that die or take too long have noticed it. The thousand-fold loops of the process tests come last,
+for what nothing else noticed, and with --quick not at all."""
 import argparse, concurrent.futures, glob, json, os, random, re, shlex, signal, subprocess, tempfile
 
 BUILD = "build/mutants"

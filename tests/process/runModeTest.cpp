@@ -208,20 +208,6 @@ TEST_F(RunMode, aStuckLogHoldsNobodyUp) {
     EXPECT_EQ(stop(daemon).code(), 0);
 }
 
-TEST_F(RunMode, aForegroundWithoutItsThreadSaysSo) {
-    const pid_t agent = Programs::start({"strace", "-f", "-qq", "-o", "/dev/null", "-e",
-                                         "inject=clone,clone3:error=EAGAIN", TAV_SIM, "--root",
-                                         root(), "--", "-n"});
-    awaitTrace("conf_server_IPAddress4 = 0.0.0.0");
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (log().empty() && std::chrono::steady_clock::now() < end) {
-        ::usleep(1000);
-    }
-    EXPECT_THAT(logTexts(), ElementsAre(HasSubstr("until tav_init is restarted: Resource temp")));
-    ::kill(-agent, SIGTERM);
-    EXPECT_EQ(await(agent).code(), 1);
-}
-
 /// Nobody would learn that there is one.
 TEST_F(RunMode, aStarterThatCannotWaitTakesTheDaemonAlong) {
     const std::string calls = root() + "/calls";

@@ -156,12 +156,6 @@ TEST_F(HostInterfaces, areReadFromTheKernel) {
     shell("ip addr del 2001:db8::11/48 dev lo");
 }
 
-TEST_F(HostInterfaces, aSecondAddressOfOneInterfaceIsAnError) {
-    shell("ip addr add 192.0.2.11/24 dev tav0");
-    EXPECT_THAT(errorOf([] { const TavIp inventory; }),
-                testing::StartsWith("Error: if entry for tav0 is already existing.(src/"));
-}
-
 TEST_F(HostInterfaces, aLongListIsReadWhole) {
     shell("for i in $(seq 2 40); do ip tuntap add tav$i mode tap;"
           "ip addr add 10.1.$i.1/24 dev tav$i; done");

@@ -54,28 +54,15 @@ class Record : public Rig {
     }
 };
 
-const char* const faults[] = {"100:silent",
-                              "1+:silent",
-                              "3+:errno=EIO@send",
-                              "9:errno=EIO@wait",
-                              "9:errno=EINTR@receive",
-                              "1:errno=EBUSY@open",
-                              "7+:errno=EPERM@open",
-                              "6:foreign-id",
-                              "5:events=2",
-                              "5:commands=5",
-                              "5:type=77",
-                              "8:length=0",
-                              "8:length=273",
-                              "4:cc=0xC0",
-                              "4:slow=2000",
-                              "4:errno=EIO@close"};
-
 /// Whatever happens at the device, and whoever the machine is: what is told is what the device
 /// itself knows, it survives being written and read, and it replays.
 TEST_F(Record, ofAPassIsWhatHappenedAndReplays) {
     for (const char* machine : {"plain", "blade", "old-blade", "kestrelbox", "nic", "nic-blade"}) {
-        for (const char* fault : faults) {
+        for (const char* fault :
+             {"100:silent", "1+:silent", "3+:errno=EIO@send", "9:errno=EIO@wait",
+              "9:errno=EINTR@receive", "1:errno=EBUSY@open", "7+:errno=EPERM@open", "6:foreign-id",
+              "5:events=2", "5:commands=5", "5:type=77", "8:length=0", "8:length=273", "4:cc=0xC0",
+              "4:slow=2000", "4:errno=EIO@close"}) {
             SCOPED_TRACE(std::string(machine) + " " + fault);
             inOwnProcess([&] {
                 become(machine);
