@@ -156,6 +156,8 @@ TEST_F(Smbios, onEsxiTheDeviceIsReadInOnePiece) {
     paths.esxiSmbios = memory(table().bytes().size(), 0, truth(0xDEADBEEF), 31);
     lookUpEverything(TavSmbios());
     EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_EndOfTable), 0U);
+    EXPECT_EQ(TavSmbios().getEntryNumber(tavSmbios::smbios_type_BIOSInformation), 1U)
+        << "none is made of what lies behind";
     kernelName = "other";
     EXPECT_THROW(TavSmbios(), std::logic_error);
 }
