@@ -16,15 +16,10 @@ using testing::Not;
 
 namespace {
 
-/// The information cycle on a host with the interfaces tav1, tav2, ... of 10.0.N.1.
+/// The information cycle on a host with interfaces.
 class Cycle : public Rig {
   public:
     ~Cycle() override { removeInterfaces(); }
-
-    static void addInterfaces(int number) {
-        shell("for i in $(seq " + std::to_string(number) +
-              "); do ip tuntap add tav$i mode tap; ip addr add 10.0.$i.1/24 dev tav$i; done");
-    }
 
     /// One that the management blade hears of.
     static void addBladesInterface() {

@@ -157,8 +157,7 @@ TEST_F(HostInterfaces, areReadFromTheKernel) {
 }
 
 TEST_F(HostInterfaces, aLongListIsReadWhole) {
-    shell("for i in $(seq 2 40); do ip tuntap add tav$i mode tap;"
-          "ip addr add 10.1.$i.1/24 dev tav$i; done");
+    addInterfaces(40, 2);
     EXPECT_EQ(TavIp().getIfNumber(), 41);
 }
 

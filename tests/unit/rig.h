@@ -57,6 +57,9 @@ std::string hex(std::span<const unsigned char> bytes);
 
 IPv6Address ipv6(const char* text);
 
+/// Interfaces tav1, tav2, ... of 10.0.N.1, numbered from `first` to `last`.
+void addInterfaces(int last, int first = 1);
+
 /// Removes the test's interfaces tav0, tav1, ...
 void removeInterfaces();
 
