@@ -5,14 +5,28 @@
 #include "sysLog.h"
 
 #include <algorithm>
+#include <new>
 #include <numeric>
 #include <thread>
+#include <utility>
 
 using tavIpmi::TavIpmi;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+
+namespace {
+
+/// Of the arrays that are asked for without an exception the one of this number, from 1 on, is not
+/// there.
+int missingArray = 0;
+
+} // namespace
+
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return missingArray > 0 && --missingArray == 0 ? nullptr : ::operator new[](size);
+}
 
 namespace {
 
@@ -469,6 +483,26 @@ TEST_F(Pni, everyRequestOfAGrowthMayFail) {
                       torn ? pni_misc_err : pni_success);
             EXPECT_EQ(exchanges.empty(), torn) << fault << n;
         }
+    }
+}
+
+/// The same for each piece of memory.
+TEST_F(Pni, memoryMayRunOutOnTheWay) {
+    put(mixedRecord(11));
+    const sim::Bytes sound = image();
+    missingArray = 1;
+    EXPECT_THAT(refusal(), HasSubstr("Memory Error "));
+    bool granted = false;
+    for (int number = 1; !granted; ++number) {
+        image() = sound;
+        PniAccess access;
+        log.clear();
+        missingArray = number;
+        granted = access.setIpv6Address(mac(1), addresses6(15));
+        EXPECT_EQ(std::exchange(missingArray, 0) == 0, !granted);
+        const bool torn = !granted && image() != sound;
+        EXPECT_EQ(!log.empty() && log[0].text.ends_with("failed half-way: out of memory"), torn);
+        EXPECT_EQ(access.clearIpAddressData(), !torn) << number;
     }
 }
 
