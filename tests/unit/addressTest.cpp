@@ -68,6 +68,12 @@ TEST(IPv6Address, countsMaskBits) {
         {"ffff:ffff:ffff:ffff:8000::", 65},
         {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 128},
         {"::", 0},
+        {"8000::", 1},
+        {"c000::", 2},
+        {"e000::", 3},
+        {"f000::", 4},
+        {"f800::", 5},
+        {"fc00::", 6},
         {"fe00::", 7},
         {"ff00:ff00::", 8},
         {"ff12::", 8}};
