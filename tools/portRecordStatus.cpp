@@ -1,13 +1,19 @@
-// Reading the record in which a network adapter keeps its ports. It is not locked: that would keep
-// the agent waiting. What is read while the agent rewrites it looks unsound; a second look tells.
+// Reading the record in which a network adapter keeps its ports. It is not locked at first: that
+// would keep the agent waiting. What is read while the agent rewrites it looks unsound; then it is
+// read again, with the agent kept away.
 
 #include "PniAccess.h"
+#include "agentClock.h"
 #include "bmcStatus.h"
-#include "errorText.h"
 #include "pniLayout.h"
+#include "pniLock.h"
 #include "portRecord.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <optional>
+
+using tavIpmi::TavIpmi;
 
 namespace tavStatus {
 
@@ -186,6 +192,41 @@ std::string takeApart(PortRecord& record, ByteView image) {
     return "";
 }
 
+PortRecord readPortRecord(BmcQuestions& bmc, const TavGetMezzRspData& adapter) {
+    FruReader fru(bmc, adapter);
+    PortRecord record;
+    record.fault = findRecord(fru);
+    if (record.fault.empty()) {
+        record.fault = readRecordBytes(fru, record);
+    }
+    if (record.fault.empty()) {
+        record.fault = takeApart(record, fru.image);
+    }
+    record.image = std::move(fru.image);
+    return record;
+}
+
+/// Keeps agents from writing; does without when one does not let go within a second.
+class WritersKeptAway {
+  public:
+    WritersKeptAway() noexcept {
+        try {
+            connection.emplace(0, 0, TavIpmi::ipmiSystemInterface);
+        } catch (const tavIpmi::TavIpmiError&) {
+            return; // the questions will tell of it
+        }
+        constexpr int maxTries = std::chrono::seconds(1) / betweenTries;
+        for (int tries = 1; !connection->tryLock() && errno == EWOULDBLOCK && tries < maxTries;
+             ++tries) {
+            agentClock().pause(betweenTries);
+        }
+    }
+
+  private:
+    static constexpr std::chrono::milliseconds betweenTries = pniLockTurn / 2;
+    std::optional<TavIpmi> connection;
+};
+
 } // namespace
 
 /// None when no adapter keeps such a record, or the asking ended early.
@@ -198,16 +239,11 @@ std::optional<PortRecord> askPortRecord(BmcQuestions& bmc) {
         adapter.fruDeviceId == 0) {
         return std::nullopt;
     }
-    FruReader fru(bmc, adapter);
-    PortRecord record;
-    record.fault = findRecord(fru);
-    if (record.fault.empty()) {
-        record.fault = readRecordBytes(fru, record);
+    PortRecord record = readPortRecord(bmc, adapter);
+    if (!record.fault.empty() && bmc.reach() == Reach::answering) {
+        const WritersKeptAway alone;
+        record = readPortRecord(bmc, adapter);
     }
-    if (record.fault.empty()) {
-        record.fault = takeApart(record, fru.image);
-    }
-    record.image = std::move(fru.image);
     return bmc.reach() == Reach::answering ? std::optional(std::move(record)) : std::nullopt;
 }
 

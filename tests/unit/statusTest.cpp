@@ -275,6 +275,22 @@ TEST_F(StatusOfServer, slotsGoToTheFirstFourInterfaces) {
     EXPECT_EQ(showStatus(status, Form::check).exitStatus, 1);
 }
 
+TEST_F(StatusOfServer, readsARecordAgainThatIsJustBeingWritten) {
+    become("nic");
+    std::optional<tavIpmi::TavIpmi> agent;
+    agent.emplace(0, 0, tavIpmi::TavIpmi::ipmiSystemInterface);
+    EXPECT_TRUE(agent->tryLock());
+    bmc.fru->image[40] ^= 1U;
+    clock.onPause = [&](auto) {
+        if (agent) {
+            bmc.fru->image[40] ^= 1U;
+            agent.reset();
+        }
+    };
+    EXPECT_THAT(findings(), testing::IsEmpty());
+    EXPECT_FALSE(agent);
+}
+
 /// The sanitizers look on.
 TEST_F(StatusOfServer, noAnswerBringsItDown) {
     become("nic-blade");
