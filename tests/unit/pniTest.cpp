@@ -422,8 +422,10 @@ TEST_F(Pni, growsOnlyWhereThereIsRoom) {
     PniAccess access;
     EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1024 - 39, bytes.data()),
               pni_parameter_err);
-    EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1020 - 39, bytes.data()),
-              pni_success);
+    for (const int length : {1020 - 39, 0}) {
+        EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, length, bytes.data()),
+                  pni_success);
+    }
     expectInStep(access);
 }
 
