@@ -125,7 +125,7 @@ TEST_F(ConfSpace, numbersGoOutLittleEndian) {
     exchanges.clear();
     EXPECT_TRUE(data.setIpAddr_4(IPv4Address("10.1.2.3")));
     EXPECT_TRUE(data.setSoftWatchdogEnabled(true));
-    EXPECT_TRUE(data.setBootWatchdogEnabled(false));
+    EXPECT_TRUE(data.setBootWatchdogEnabled(true));
     EXPECT_TRUE(data.setSoftWatchdogTime(300));
     EXPECT_TRUE(data.setBootWatchdogTime(0x0102));
     EXPECT_TRUE(data.setSoftWatchdogBehaviour(TavConfSpaceData::watchdog_behaviour_powercycle));
@@ -135,7 +135,7 @@ TEST_F(ConfSpace, numbersGoOutLittleEndian) {
         EXPECT_TRUE(request.starts_with("2e/e0: d9 7e 00 02 00 "));
         sent += request.substr(22) + "; ";
     }
-    EXPECT_EQ(sent, "0d 02 04 0a 01 02 03; 42 00 01 01; 40 00 01 00; 43 00 02 2c 01; "
+    EXPECT_EQ(sent, "0d 02 04 0a 01 02 03; 42 00 01 01; 40 00 01 01; 43 00 02 2c 01; "
                     "41 00 02 02 01; 75 00 01 04; 74 00 01 02; ");
 }
 
