@@ -87,7 +87,8 @@ def run(command, seconds, folder=None):
 def prepared():
     subprocess.run(["cmake", "-GNinja", "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug", "-DTAV_TESTS=ON",
                     "--log-level=ERROR",
-                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -Werror=return-type", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"],
+                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -Werror=return-type",
+                    "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"],
                    stdout=subprocess.DEVNULL, check=True)
     ninja = ["ninja", "-C", BUILD, "--quiet"]
     subprocess.run([*ninja, "tav_unit_tests", "tav_process_tests"], check=True)

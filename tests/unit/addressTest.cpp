@@ -84,7 +84,7 @@ TEST(IPv6Address, countsMaskBits) {
 
 TEST(IPv6Address, keepsBothOrdersInStepAndHasTheRecommendedText) {
     for (const char* text : {"::1", "2001:db8::1", "2001:db8:0:1:1:1:1:1", "fe80::a",
-                             "2001:db8::1:0:0:1", "::ffff:10.0.0.1", "::ff:a00:1"}) {
+                             "2001:db8::1:0:0:1", "::ffff:10.0.0.1"}) {
         const IPv6Address address = ipv6(text);
         IPv6Address assigned;
         EXPECT_EQ(std::string(assigned), "::");
