@@ -103,6 +103,15 @@ TEST_F(Cycle, portInformationEndsUpWithTheLastInterface) {
     EXPECT_THAT(bmc.blade->chassis.bladeAddresses, testing::IsEmpty());
 }
 
+TEST_F(Cycle, theManagementBladeHearsOfTheAddressesThatItKnows) {
+    addBladesInterface();
+    for (const auto& [machine, addresses] : {std::pair{"kestrelbox", 2U}, {"old-blade", 1U}}) {
+        become(machine);
+        runOnce();
+        EXPECT_EQ(bmc.blade->chassis.bladeAddresses.size(), addresses) << machine;
+    }
+}
+
 TEST_F(Cycle, portInformationThatIsUnusableIsLeftAlone) {
     become("nic");
     bmc.fru->image[0] ^= 0xFFU;
