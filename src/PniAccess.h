@@ -67,13 +67,16 @@ class PniAccess {
     unsigned getNumberOfMacAddresses() const noexcept;
     /// Active MAC address of the n-th NIC port function, from 0; all zero if it cannot be read.
     MacAddress getMacAddress(int n) const noexcept;
+    // All ports are read, or many, so `between`, which must not throw, is called between two of
+    // them, where nothing is half done.
     /// Makes `address` the only IPv4 address of the port with this MAC address, active or
     /// manufactured. False if there is no such port or the record could not be written.
-    bool setIpv4Address(const MacAddress& mac, const IPv4Address& address) noexcept;
+    bool setIpv4Address(const MacAddress& mac, const IPv4Address& address,
+                        const std::function<void()>& between = {}) noexcept;
     /// The same for the IPv6 addresses. A port holds 15; further ones are dropped with a log line.
-    bool setIpv6Address(const MacAddress& mac, const std::list<IPv6Address>& addresses) noexcept;
-    /// Empties the address lists of all NIC ports. False if one could not be written. `between`,
-    /// which must not throw, is called between two ports, where nothing is under way.
+    bool setIpv6Address(const MacAddress& mac, const std::list<IPv6Address>& addresses,
+                        const std::function<void()>& between = {}) noexcept;
+    /// Empties the address lists of all NIC ports. False if one could not be written.
     bool clearIpAddressData(const std::function<void()>& between = {}) noexcept;
 
     // The operations from here on throw TavIpmiError when a system call fails.
@@ -160,12 +163,13 @@ class PniAccess {
     bool writeNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index, const PniPortfnNic& nic);
     bool clearNic(const tavIpmi::TavIpmi& ipmi, PortFnIndex index);
     std::optional<PortFnIndex> findNic(const tavIpmi::TavIpmi& ipmi, const MacAddress& mac,
-                                       PniPortfnNic& nic);
+                                       PniPortfnNic& nic, const std::function<void()>& between);
 
     template <typename Operation>
     std::optional<bool> updateRecord(Operation operation) noexcept;
     template <typename Predicate>
-    std::optional<PortFnIndex> firstNicPortFn(Predicate wanted) const;
+    std::optional<PortFnIndex> firstNicPortFn(Predicate wanted,
+                                              const std::function<void()>& between = {}) const;
 
     template <typename Record>
     PniErrorCodes readFruRecord(const tavIpmi::TavIpmi& ipmi, unsigned short offset,

@@ -70,18 +70,27 @@ void replaceIpv6(PniPortfnNic& nic, const std::list<IPv6Address>& addresses) {
 
 } // namespace
 
-/// The first NIC port function, in the order of the record, that `wanted` says yes to.
+/// The first NIC port function, in the order of the record, that `wanted` says yes to. `between`
+/// is called between two of them.
 template <typename Predicate>
-std::optional<PniAccess::PortFnIndex> PniAccess::firstNicPortFn(Predicate wanted) const {
+std::optional<PniAccess::PortFnIndex>
+PniAccess::firstNicPortFn(Predicate wanted, const std::function<void()>& between) const {
     if (!usable()) {
         return std::nullopt;
     }
+    bool first = true;
     for (unsigned char m = 0; m < pniInfoCache.keptModules(); ++m) {
         const PniInfoCache::Module& module = pniInfoCache.module[m];
         for (unsigned char p = 0; p < module.keptPorts(); ++p) {
             const PniInfoCache::Port& port = module.port[p];
             for (unsigned char f = 0; f < port.keptPortFns(); ++f) {
-                if (port.portFn[f].techType == portfn_tech_nic && wanted(PortFnIndex{m, p, f})) {
+                if (port.portFn[f].techType != portfn_tech_nic) {
+                    continue;
+                }
+                if (!std::exchange(first, false) && between) {
+                    between();
+                }
+                if (wanted(PortFnIndex{m, p, f})) {
                     return PortFnIndex{m, p, f};
                 }
             }
@@ -147,11 +156,13 @@ bool PniAccess::writeNic(const TavIpmi& ipmi, PortFnIndex index, const PniPortfn
 
 /// The first port function with this MAC address, and what it holds.
 std::optional<PniAccess::PortFnIndex> PniAccess::findNic(const TavIpmi& ipmi, const MacAddress& mac,
-                                                         PniPortfnNic& nic) {
-    return firstNicPortFn([&](PortFnIndex index) {
+                                                         PniPortfnNic& nic,
+                                                         const std::function<void()>& between) {
+    const auto hasAddress = [&](PortFnIndex index) {
         return readNic(ipmi, index, nic) &&
                (MacAddress(nic.activeMACAddr) == mac || MacAddress(nic.mfgMACAddr) == mac);
-    });
+    };
+    return firstNicPortFn(hasAddress, between);
 }
 
 /// Runs `operation` on a connection of its own, with the record locked. Gives its result, false
@@ -179,10 +190,11 @@ std::optional<bool> PniAccess::updateRecord(Operation operation) noexcept {
     });
 }
 
-bool PniAccess::setIpv4Address(const MacAddress& mac, const IPv4Address& address) noexcept {
+bool PniAccess::setIpv4Address(const MacAddress& mac, const IPv4Address& address,
+                               const std::function<void()>& between) noexcept {
     const auto done = updateRecord([&](const TavIpmi& ipmi) {
         PniPortfnNic nic;
-        const auto index = findNic(ipmi, mac, nic);
+        const auto index = findNic(ipmi, mac, nic, between);
         if (!index) {
             return false;
         }
@@ -196,11 +208,11 @@ bool PniAccess::setIpv4Address(const MacAddress& mac, const IPv4Address& address
     return done.value_or(false);
 }
 
-bool PniAccess::setIpv6Address(const MacAddress& mac,
-                               const std::list<IPv6Address>& addresses) noexcept {
+bool PniAccess::setIpv6Address(const MacAddress& mac, const std::list<IPv6Address>& addresses,
+                               const std::function<void()>& between) noexcept {
     const auto done = updateRecord([&](const TavIpmi& ipmi) {
         PniPortfnNic nic;
-        const auto index = findNic(ipmi, mac, nic);
+        const auto index = findNic(ipmi, mac, nic, between);
         if (!index) {
             return false;
         }
@@ -223,13 +235,10 @@ bool PniAccess::clearNic(const TavIpmi& ipmi, PortFnIndex index) {
 /// The record is unlocked between two ports: with a slow BMC each takes long enough.
 bool PniAccess::clearIpAddressData(const std::function<void()>& between) noexcept {
     std::optional<bool> cleared = true;
-    bool first = true;
-    firstNicPortFn([&](PortFnIndex index) {
-        if (!std::exchange(first, false) && between) {
-            between();
-        }
+    const auto failsToClear = [&](PortFnIndex index) {
         cleared = updateRecord([&](const TavIpmi& ipmi) { return clearNic(ipmi, index); });
         return !cleared.value_or(false);
-    });
+    };
+    firstNicPortFn(failsToClear, between);
     return cleared.value_or(true);
 }

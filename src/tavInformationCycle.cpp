@@ -253,16 +253,17 @@ void TavServerInfo::reportToMMB(std::uint32_t index) const {
 /// BMCs expect one port to have any.
 void TavServerInfo::writePortInformation(std::uint32_t index) {
     const MacAddress mac = pTavIpData->getMacAddress(index);
-    pPniAccess->clearIpAddressData([this] { giveHeartbeatItsTurn(); });
-    giveHeartbeatItsTurn();
-    pPniAccess->setIpv4Address(mac, pTavIpData->getIpv4Address(index));
+    const auto turn = [this] { giveHeartbeatItsTurn(); };
+    pPniAccess->clearIpAddressData(turn);
+    turn();
+    pPniAccess->setIpv4Address(mac, pTavIpData->getIpv4Address(index), turn);
     std::list<IPv6Address> addresses;
     const std::size_t count = pTavIpData->getNumberOfIpv6Addresses(index);
     for (unsigned n = 0; n < count; ++n) {
         addresses.push_back(pTavIpData->getIpv6AddressInfo(index, n).address);
     }
     if (!addresses.empty()) {
-        giveHeartbeatItsTurn();
-        pPniAccess->setIpv6Address(mac, addresses);
+        turn();
+        pPniAccess->setIpv6Address(mac, addresses, turn);
     }
 }

@@ -198,11 +198,13 @@ TEST_F(Cycle, noRestartIsMissedOnASlowBmc) {
         const char *machine, *mac; // of the last interface
         int interfaces, addresses; // of that one: IPv6
         unsigned char ports;       // none: as many as the machine has
-    } cases[] = {{"blade", "02:00:00:00:00:01", 100, 0, 0},
-                 {"nic", "02:00:00:00:00:12", 100, 0, 0},
-                 {"blade", "02:00:00:00:00:01", 1, 250, 0},
-                 {"nic", "02:00:00:00:00:10", 40, 4, 16}};
-    for (const auto& [machine, mac, interfaces, addresses, ports] : cases) {
+        std::size_t length;        // of each
+    } cases[] = {{"blade", "02:00:00:00:00:01", 100, 0, 0, 0},
+                 {"nic", "02:00:00:00:00:12", 100, 0, 0, 0},
+                 {"blade", "02:00:00:00:00:01", 1, 250, 0, 0},
+                 {"nic", "02:00:00:00:00:10", 40, 4, 16, 53},
+                 {"nic", "02:00:00:00:00:12", 5, 4, 16, 345}}; // nobody's
+    for (const auto& [machine, mac, interfaces, addresses, ports, length] : cases) {
         SCOPED_TRACE(std::string(machine) + ", interfaces: " + std::to_string(interfaces));
         addInterfaces(interfaces);
         shell("d=tav" + std::to_string(interfaces) + "; ip link set $d address " + mac +
@@ -212,9 +214,10 @@ TEST_F(Cycle, noRestartIsMissedOnASlowBmc) {
         if (ports != 0) {
             sim::PortInformation record{.modules = {{}}};
             for (unsigned char port = 1; port <= ports; ++port) {
-                record.modules[0].ports.push_back({{{.activeMac = {2, 0, 0, 0, 0, port}}}});
+                record.modules[0].ports.push_back(
+                    {{{.activeMac = {2, 0, 0, 0, 0, port}, .specificLength = length}}});
             }
-            bmc.fru->image = sim::fruImage(record, bmc.fru->image.size());
+            bmc.fru->image = sim::fruImage(record, 8192);
         }
         setVariable(66, "enabled");
         setVariable(67, "240");
