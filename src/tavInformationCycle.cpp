@@ -27,7 +27,7 @@ using std::chrono::milliseconds;
 // learning at last that the agent goes. The chassis hears of it twice, if there is time.
 constexpr milliseconds farewellTime{5000};
 constexpr milliseconds behindFirstReport{4500};
-constexpr milliseconds forDisconnect{3000}; // two answers
+constexpr milliseconds forDisconnect{1500}; // sent, it needs no answer; the question before does
 
 /// Holds the cycle's lock in thread mode; the other modes have none.
 class CycleLock {
@@ -114,6 +114,9 @@ bool TavServerInfo::isLasting() const noexcept {
 /// For the moments of a long pass at which nothing is under way. The daemon's heartbeat is a
 /// signal; the foreground's thread, which takes none, looks at the clock.
 void TavServerInfo::giveHeartbeatItsTurn() const {
+    if (ending()) {
+        return;
+    }
     if (run_mode == run_mode_daemon) {
         agentSignals::letIn({SIGALRM});
     } else if (run_mode == run_mode_thread && heartbeatIsDue()) {
@@ -232,7 +235,7 @@ bool TavServerInfo::pushAddresses() {
         }
         if (pPniAccess) {
             writePortInformation(index);
-        } else if (pTavBladeInfo) {
+        } else if (pTavBladeInfo && !agentSignals::endRequested()) {
             reportToMMB(index);
         }
     }

@@ -28,6 +28,9 @@ bool TavServerInfo::updateWatchdog() {
     }
     TavConfSpaceData& settings = *pTavConfSpaceData;
     settings.updateWatchdogParameter();
+    if (ending()) {
+        return false;
+    }
     const bool enabled = settings.getSoftWatchdogEnabled();
     std::uint32_t time = settings.getSoftWatchdogTime() * countsPerSecond;
     // Continuing is the only behaviour that the agent supports, and the BMC is told so.

@@ -264,14 +264,18 @@ void SimDevice::carryOut(Descriptor& sender) {
          misbehaviour.find(FaultKind::silentBus, number) != nullptr)) {
         return;
     }
-    const Fault* const slow = misbehaviour.find(FaultKind::slow, number);
+    const milliseconds readyAt =
+        std::max(bmc.now(), idleAt) + latency(misbehaviour.find(FaultKind::slow, number));
+    if (exchange.slaveAddress == 0) {
+        idleAt = readyAt;
+    }
     const bool foreignId = misbehaviour.find(FaultKind::foreignId, number) != nullptr;
     sender.records.push_back({.type = IPMI_RESPONSE_RECV_TYPE,
                               .msgid = foreignId ? sender.msgid ^ 1 : sender.msgid,
                               .netfn = static_cast<unsigned char>(exchange.netfn | 1U),
                               .cmd = exchange.cmd,
                               .data = answerTo(exchange),
-                              .readyAt = bmc.now() + latency(slow)});
+                              .readyAt = readyAt});
 }
 
 Bytes SimDevice::answerTo(const Exchange& exchange) {

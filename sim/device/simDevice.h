@@ -109,6 +109,8 @@ class SimDevice final : public IpmiDevice {
     bool nodePresent = true;
     std::map<int, Descriptor> descriptors;
     unsigned exchanges = 0;
+    /// When the BMC will have answered all so far: the driver gives it one request at a time.
+    std::chrono::milliseconds idleAt{0};
     std::array<unsigned long, std::size(deviceCallNames)> calls{};
 };
 

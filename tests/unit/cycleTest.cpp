@@ -244,10 +244,10 @@ TEST_F(Cycle, aSlowBmcIsToldOfTheEnd) {
         const char *machine, *fault;
         int seconds;
         bool told;
-    } cases[] = {{"nic", "50+:slow=100", 2, true},    {"nic", "50+:slow=500", 5, true},
-                 {"nic", "50+:slow=1000", 10, true},  {"nic", "50+:slow=1400", 10, true},
-                 {"nic", "50+:slow=4900", 10, false}, {"nic", "47+:silent", 10, false},
-                 {"blade", "66+:slow=500", 5, true}};
+    } cases[] = {{"nic", "50+:slow=100", 2, true},     {"nic", "50+:slow=500", 5, true},
+                 {"nic", "50+:slow=1000", 10, true},   {"nic", "50+:slow=1200", 10, true},
+                 {"plain", "30+:slow=1200", 10, true}, {"nic", "50+:slow=4900", 10, false},
+                 {"nic", "47+:silent", 10, false},     {"blade", "66+:slow=500", 5, true}};
     setVariable(66, "enabled");
     addInterfaces(20);
     shell("for i in $(seq 20); do ip link set tav$i address 02:00:00:00:00:01; done");
