@@ -189,6 +189,13 @@ TEST_F(Cycle, theWatchdogSetsThePace) {
     goWrong(std::to_string(look) + ":silent");
     runThread(2);
     EXPECT_EQ(count(resetTimer), 2U);
+    // A pre-timeout interval, which the start takes away, leaves 45 seconds.
+    runThread(7, [this](std::size_t wait) {
+        if (wait == 1) {
+            bmc.answer(6, 0, 0x24, sim::Bytes{4, 0, 255, 0, 0xB8, 0x0B});
+        }
+    });
+    EXPECT_THAT(clock.waits, ElementsAre(20, 20, 20, 20, 20, 15, 15));
 }
 
 /// With a second for each answer a pass takes longer than the period, over many interfaces, over
