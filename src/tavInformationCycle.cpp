@@ -112,7 +112,8 @@ bool TavServerInfo::isLasting() const noexcept {
 }
 
 /// For the moments of a long pass at which nothing is under way. The daemon's heartbeat is a
-/// signal; the foreground's thread, which takes none, looks at the clock.
+/// signal; the foreground's thread, which takes none, looks at the clock. On the way out the timer
+/// is stopped anyway.
 void TavServerInfo::giveHeartbeatItsTurn() const {
     if (ending()) {
         return;

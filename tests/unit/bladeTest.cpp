@@ -134,7 +134,7 @@ TEST_F(Blade, platformReportsEndWithTheFirstThatFails) {
 
 TEST_F(Blade, serialNumbersTellABladeFromAServer) {
     const std::tuple<const char*, const char*, bool> cases[] = {
-        {"A1", "B1", true},   {"A1", "A1 ", false},   {"A", "B1", false},
+        {"A1", "B1", true},   {"A1", "A1 ", false},   {"A", "B1", false},    {"A1", "B", false},
         {"A1", "   ", false}, {nullptr, "B1", false}, {"A1", nullptr, false}};
     for (const auto& [system, enclosure, blade] : cases) {
         sim::SmbiosTable table;

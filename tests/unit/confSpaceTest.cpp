@@ -194,13 +194,13 @@ TEST_F(ConfSpace, agentConnectionIsChangedOnlyIfTheBmcSaysSo) {
     struct {
         bool connected, wanted;
         const char* statusFault;
-        std::vector<std::string> asked;               // status, connect, disconnect
-    } cases[] = {{true, false, "1:length=5", {"08"}}, // nothing is known yet
+        std::vector<std::string> asked; // status, connect, disconnect
+    } cases[] = {{true, false, "1:length=5", {"08"}},
                  {false, false, "1:slow=1", {"08"}},
                  {true, false, "1:slow=1", {"08", "02"}},
                  {true, true, "1:slow=1", {"08"}},
                  {false, true, "1:slow=1", {"08", "01"}},
-                 // When it cannot be read the last known state counts: connected.
+                 // When it cannot be read the last known state counts, which is now: connected.
                  {true, false, "1:length=5", {"08", "02"}}};
     TavConfSpaceData data(false);
     for (const auto& one : cases) {

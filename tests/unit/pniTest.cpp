@@ -420,6 +420,10 @@ TEST_F(Pni, growsOnlyWhereThereIsRoom) {
     }
     put(portsOf({nic(1)}), 4096); // but a function's length goes up to 1020
     PniAccess access;
+    for (const auto& [fn, length] : {std::pair<unsigned char, int>{1, 1}, {0, -1}}) {
+        EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, fn, length, bytes.data()),
+                  pni_parameter_err);
+    }
     EXPECT_EQ(access.writePortFnSpecificArea(connection(), 0, 0, 0, 1024 - 39, bytes.data()),
               pni_parameter_err);
     for (const int length : {1020 - 39, 0}) {
